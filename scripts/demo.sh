@@ -1,0 +1,82 @@
+#!/usr/bin/env bash
+# The demo flow: starts kxsim on a free port, points the library at it with a
+# temporary configuration, runs each step with kxapi and prints its result.
+# Exits 0 only when every step did what it should.
+set -uo pipefail
+
+BUILD_DIR=${1:-build}
+KXSIM="$BUILD_DIR/tools/kxsim/kxsim"
+KXAPI="$BUILD_DIR/tools/kxapi/kxapi"
+for bin in "$KXSIM" "$KXAPI"; do
+  [ -x "$bin" ] || { echo "demo: $bin is not built (run 'make build')" >&2; exit 1; }
+done
+
+WORK=$(mktemp -d "${TMPDIR:-/tmp}/kxdemo.XXXXXX")
+SIM_PID=""
+cleanup() {
+  if [ -n "$SIM_PID" ] && kill -0 "$SIM_PID" 2>/dev/null; then
+    kill -TERM "$SIM_PID" 2>/dev/null
+    wait "$SIM_PID" 2>/dev/null
+  fi
+  rm -rf "$WORK"
+}
+trap cleanup EXIT
+
+export KX_CONFIG_FILE="$WORK/kxserverapi.ini"
+export KX_CONFIG_KEY_FILE="$WORK/config.key"
+export KX_LOG_FILE="$WORK/kxserverapi.log"
+
+"$KXSIM" --port 0 --state-dir "$WORK/sim-state" --print-config "$KX_CONFIG_FILE" \
+  >"$WORK/sim.out" 2>"$WORK/sim.err" &
+SIM_PID=$!
+for _ in $(seq 1 200); do
+  grep -q "kxsim ready" "$WORK/sim.out" 2>/dev/null && break
+  kill -0 "$SIM_PID" 2>/dev/null || break
+  sleep 0.05
+done
+if ! grep -q "kxsim ready" "$WORK/sim.out"; then
+  echo "demo: kxsim did not start" >&2
+  cat "$WORK/sim.err" >&2
+  exit 1
+fi
+BASE=$(sed -n 's/^kxsim ready //p' "$WORK/sim.out")
+
+STEP=0
+FAILED=0
+# step TITLE EXPECT(ok|refused) -- kxapi arguments...
+step() {
+  local title=$1 expect=$2
+  shift 3
+  STEP=$((STEP + 1))
+  printf '\n== Step %d: %s\n$ kxapi %s\n' "$STEP" "$title" "$*"
+  "$KXAPI" "$@" >"$WORK/out" 2>"$WORK/err"
+  local status=$?
+  cat "$WORK/out"
+  sed 's/^/   /' "$WORK/err"
+  if { [ "$expect" = ok ] && [ $status -eq 0 ]; } || { [ "$expect" = refused ] && [ $status -eq 1 ]; }; then
+    printf -- '-- ok\n'
+  else
+    printf -- '-- FAILED (exit status %d)\n' "$status"
+    FAILED=$((FAILED + 1))
+  fi
+}
+
+echo "kxsim serves at $BASE (HTTPS, its own CA); configuration: $KX_CONFIG_FILE"
+
+step "the server description the library reads for kxsim" ok -- server-config KXSim
+step "services of a certificate and a UKey, over verified HTTPS" ok -- \
+  cert-services --cert-sn 5A1B2C3D --ukey-num KXUKEY0001
+step "services of an unknown certificate: the server's code reaches the caller" refused -- \
+  cert-services --cert-sn 00009999
+step "authorization value of the legacy server, fetched from its URL" ok -- legacy-auth
+sed 's/^ProjectSecret=.*/ProjectSecret=not-the-secret/' "$KX_CONFIG_FILE" >"$WORK/wrong-secret.ini"
+step "a platform request signed with a wrong secret is refused" refused -- \
+  --config "$WORK/wrong-secret.ini" call KXSim GET /v1/accounts/demo
+
+printf '\n'
+if [ $FAILED -eq 0 ]; then
+  echo "demo: all $STEP steps did what they should"
+else
+  echo "demo: $FAILED of $STEP steps failed" >&2
+  exit 1
+fi

@@ -1,0 +1,366 @@
+// The INI store (reads, atomic rewrites, cache freshness, concurrency) and the
+// enciphered values kept in it.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "KXUtils.h"
+#include "TempEnv.h"
+
+namespace {
+
+std::string Get(const std::string& section, const std::string& key,
+                const std::string& fallback = "<none>") {
+    std::string value;
+    IWK_GetConfigByKey(section, key, value, fallback);
+    return value;
+}
+
+mode_t ModeOf(const std::string& path) {
+    struct stat st;
+    if (::stat(path.c_str(), &st) != 0) return 0;
+    return st.st_mode & 07777;
+}
+
+}  // namespace
+
+TEST(ConfigStore, ReadsIniSyntax) {
+    TempEnv env;
+    env.writeConfig(
+        "\xEF\xBB\xBF; leading comment\r\n"
+        "[Server]\r\n"
+        "  Url = https://h/x?a=1;b=2#frag  \r\n"
+        "Name=\xD6\xD0\xCE\xC4\r\n"
+        "empty=\r\n"
+        "# hidden=1\r\n"
+        "url=second occurrence\r\n"
+        "no equals sign\r\n"
+        "[ other ]\r\n"
+        "n=42\r\n"
+        "[server]\r\n"
+        "late=yes\r\n"
+        "Name=loses\r\n");
+    std::string v;
+    EXPECT_EQ(1, IWK_GetConfigByKey("server", "URL", v, "fb"));
+    EXPECT_EQ("https://h/x?a=1;b=2#frag", v);  // no inline comments, no CR
+    EXPECT_EQ("\xD6\xD0\xCE\xC4", Get("Server", "Name"));
+    EXPECT_EQ(1, IWK_GetConfigByKey("Server", "empty", v, "fb"));
+    EXPECT_EQ("", v);
+    EXPECT_EQ("yes", Get("SERVER", "late"));  // a repeated section adds keys
+    EXPECT_EQ("<none>", Get("Server", "hidden"));
+    EXPECT_EQ("<none>", Get("Server", "; leading comment"));
+    EXPECT_EQ("42", Get("other", "n"));
+
+    // Absent file, section and key all give 0 and the fallback.
+    EXPECT_EQ(0, IWK_GetConfigByKey("Nope", "n", v, "fb"));
+    EXPECT_EQ("fb", v);
+    EXPECT_EQ(0, IWK_GetConfigByKey("other", "missing", v, "fb2"));
+    EXPECT_EQ("fb2", v);
+    ::unlink(env.configPath().c_str());
+    EXPECT_EQ(0, IWK_GetConfigByKey("other", "n", v, "gone"));
+    EXPECT_EQ("gone", v);
+}
+
+TEST(ConfigStore, IntegerForm) {
+    TempEnv env;
+    env.writeConfig(
+        "[I]\nplain=42\nneg= -7 \nplus=+3\nhex=0x10\ntrail=12abc\nempty=\nbig=2147483648\n"
+        "min=-2147483648\nspace=1 2\n");
+    int v = 0;
+    EXPECT_EQ(1, IWK_GetConfigByKey("I", "plain", v, 5));
+    EXPECT_EQ(42, v);
+    EXPECT_EQ(1, IWK_GetConfigByKey("I", "neg", v, 5));
+    EXPECT_EQ(-7, v);
+    EXPECT_EQ(1, IWK_GetConfigByKey("I", "plus", v, 5));
+    EXPECT_EQ(3, v);
+    EXPECT_EQ(1, IWK_GetConfigByKey("I", "min", v, 5));
+    EXPECT_EQ(-2147483647 - 1, v);
+    for (const char* bad : {"hex", "trail", "empty", "big", "space", "absent"}) {
+        v = 0;
+        EXPECT_EQ(0, IWK_GetConfigByKey("I", bad, v, 99)) << bad;
+        EXPECT_EQ(99, v) << bad;
+    }
+}
+
+TEST(ConfigStore, RoundTripAndSubstitution) {
+    TempEnv env;
+    ASSERT_TRUE(env.set("KXSign", "serverUrl", "https://h:8443/api?x=1&y=;#"));
+    ASSERT_TRUE(env.set("KXSign", "gbk", "\xD6\xD0\xCE\xC4"));
+    ASSERT_TRUE(env.set("KXSign", "empty", ""));
+    EXPECT_EQ("https://h:8443/api?x=1&y=;#", Get("KXSign", "serverUrl"));
+    EXPECT_EQ("\xD6\xD0\xCE\xC4", Get("kxsign", "GBK"));
+    EXPECT_EQ("", Get("KXSign", "empty"));
+    ASSERT_TRUE(env.set("kxsign", "SERVERURL", "changed"));
+    EXPECT_EQ("changed", Get("KXSign", "serverUrl"));
+    EXPECT_EQ("[KXSign]\nserverUrl=changed\ngbk=\xD6\xD0\xCE\xC4\nempty=\n",
+              ReadFileText(env.configPath()));
+    EXPECT_EQ("", ReadFileText(env.configPath() + ".lock"));
+
+    EXPECT_EQ("a changed b changed",
+              IWK_ReplaceSubStrByConfig("a @U b @U", "@U", "KXSign", "serverUrl"));
+    EXPECT_EQ("a @U", IWK_ReplaceSubStrByConfig("a @U", "@U", "KXSign", "missing"));
+    EXPECT_EQ("a @U", IWK_ReplaceSubStrByConfig("a @U", "", "KXSign", "serverUrl"));
+    EXPECT_EQ("a  b", IWK_ReplaceSubStrByConfig("a @U b", "@U", "KXSign", "empty"));
+    EXPECT_EQ(env.configPath(), IWK_GetConfigFilePath());
+}
+
+TEST(ConfigStore, WriteKeepsEverythingElseByteForByte) {
+    TempEnv env;
+    const std::string before =
+        "; top comment\r\n"
+        "\r\n"
+        "[A]\r\n"
+        "  Key1 =  old value \r\n"
+        "key2=x\r\n"
+        "; comment in A\r\n"
+        "\r\n"
+        "[B]\r\n"
+        "k=\xD6\xD0\r\n"
+        "\t# tabbed comment\r\n"
+        "[A]\r\n"
+        "key1=second\r\n"
+        "tail=no newline";
+    env.writeConfig(before);
+    ASSERT_TRUE(env.set("a", "KEY1", "new"));
+    std::string expected = before;
+    expected.replace(expected.find("  Key1 =  old value "), 20, "  Key1 =  new");
+    EXPECT_EQ(expected, ReadFileText(env.configPath()));
+
+    // A new key goes after the last key line of the first [A]; a new section at the end.
+    ASSERT_TRUE(env.set("A", "added", "1"));
+    expected.insert(expected.find("key2=x\r\n") + 8, "added=1\r\n");
+    EXPECT_EQ(expected, ReadFileText(env.configPath()));
+    ASSERT_TRUE(env.set("C", "c", "3"));
+    expected += "\r\n[C]\r\nc=3\r\n";
+    EXPECT_EQ(expected, ReadFileText(env.configPath()));
+    EXPECT_EQ("new", Get("A", "key1"));
+    EXPECT_EQ("no newline", Get("A", "tail"));
+
+    // A section without keys takes the new key right after its header; LF stays LF.
+    env.writeConfig("[E]\n; nothing\n[F]\nf=1\n");
+    ASSERT_TRUE(env.set("E", "e", "2"));
+    EXPECT_EQ("[E]\ne=2\n; nothing\n[F]\nf=1\n", ReadFileText(env.configPath()));
+}
+
+TEST(ConfigStore, RefusesWhatCannotBeStored) {
+    TempEnv env;
+    env.writeConfig("[S]\nk=v\n");
+    const std::string before = ReadFileText(env.configPath());
+    const struct {
+        const char* section;
+        const char* key;
+        const char* value;
+    } refused[] = {
+        {"S", "k", "a\nb"}, {"S", "k", "a\rb"}, {"S\n", "k", "v"}, {"S]", "k", "v"},
+        {"S", "k=", "v"},   {"S", "[k", "v"},   {"S", ";k", "v"},  {"S", "#k", "v"},
+        {"", "k", "v"},     {"S", "", "v"},     {"S", "k\r", "v"}, {"S", "  ", "v"},
+    };
+    for (const auto& r : refused) {
+        EXPECT_EQ(0, IWK_SetConfigByKey(r.section, r.key, r.value)) << r.section << "/" << r.key;
+    }
+    EXPECT_EQ(before, ReadFileText(env.configPath()));
+    EXPECT_EQ("v", Get("S", "k"));
+}
+
+TEST(ConfigStore, NewFileIsPrivateAndOldModeIsKept) {
+    TempEnv env;
+    const std::string nested = env.dir() + "/a/b/KXServerApi.ini";
+    ::setenv("KX_CONFIG_FILE", nested.c_str(), 1);
+    ASSERT_TRUE(env.set("S", "k", "v"));
+    EXPECT_EQ(0600u, ModeOf(nested));
+    EXPECT_EQ(0700u, ModeOf(env.dir() + "/a/b"));
+    ::chmod(nested.c_str(), 0640);
+    ASSERT_TRUE(env.set("S", "k", "w"));
+    EXPECT_EQ(0640u, ModeOf(nested));
+    EXPECT_EQ("w", Get("S", "k"));
+    // No temporary file is left behind.
+    EXPECT_EQ(0, ::access((env.dir() + "/a/b").c_str(), F_OK));
+    int entries = 0;
+    for (const char* name : {"KXServerApi.ini", "KXServerApi.ini.lock"}) {
+        entries += ::access((env.dir() + "/a/b/" + name).c_str(), F_OK) == 0;
+    }
+    EXPECT_EQ(2, entries);
+}
+
+TEST(ConfigStore, SeesChangeWithinTheSameSecond) {
+    TempEnv env;
+    env.writeConfig("[S]\nk=AAAA\n");
+    EXPECT_EQ("AAAA", Get("S", "k"));
+    struct stat st;
+    ASSERT_EQ(0, ::stat(env.configPath().c_str(), &st));
+    // Same file, same size, and the old modification time put back: only a
+    // reader that distrusts fresh files can notice.
+    env.writeConfig("[S]\nk=BBBB\n");
+    const struct timespec times[2] = {st.st_atim, st.st_mtim};
+    ASSERT_EQ(0, ::utimensat(AT_FDCWD, env.configPath().c_str(), times, 0));
+    EXPECT_EQ("BBBB", Get("S", "k"));
+
+    // A writer of the store itself is seen at once too.
+    ASSERT_TRUE(env.set("S", "k", "CCCC"));
+    EXPECT_EQ("CCCC", Get("S", "k"));
+
+    // Switching stores between reads (another test's environment) is seen.
+    TempEnv other;
+    other.writeConfig("[S]\nk=other\n");
+    EXPECT_EQ("other", Get("S", "k"));
+}
+
+TEST(ConfigStore, ReaderNeverSeesAPartialRewrite) {
+    TempEnv env;
+    const std::string a(200000, 'a');
+    const std::string b(200000, 'b');
+    ASSERT_TRUE(env.set("S", "before", "1"));
+    ASSERT_TRUE(env.set("S", "big", a));
+    ASSERT_TRUE(env.set("S", "after", "2"));
+    const size_t fileSize = ReadFileText(env.configPath()).size();
+    std::atomic<bool> stop(false);
+    std::atomic<int> reads(0), bad(0);
+    std::thread reader([&] {
+        while (!stop.load()) {
+            const std::string v = Get("S", "big");
+            const std::string raw = ReadFileText(env.configPath());
+            if ((v != a && v != b) || Get("S", "before") != "1" || Get("S", "after") != "2") {
+                ++bad;
+            }
+            if (raw.size() != fileSize || raw.find("after=2\n") == std::string::npos) ++bad;
+            ++reads;
+        }
+    });
+    for (int i = 0; i < 40; ++i) ASSERT_TRUE(env.set("S", "big", i % 2 ? a : b));
+    while (reads.load() < 5) std::this_thread::yield();
+    stop = true;
+    reader.join();
+    EXPECT_EQ(0, bad.load());
+    EXPECT_EQ(a, Get("S", "big"));
+}
+
+TEST(ConfigStore, ConcurrentWritersLoseNoKey) {
+    TempEnv env;
+    // Other processes serialise on the lock file. They start first: forking
+    // beside running threads could copy a held lock into the child.
+    std::vector<pid_t> children;
+    for (int p = 0; p < 2; ++p) {
+        const pid_t pid = ::fork();
+        if (pid == 0) {
+            int failed = 0;
+            for (int i = 0; i < 10; ++i) {
+                const std::string key = "p" + std::to_string(p) + "_" + std::to_string(i);
+                failed += IWK_SetConfigByKey("P", key, key) != 1;
+            }
+            ::_exit(failed);
+        }
+        children.push_back(pid);
+    }
+    std::atomic<int> failed(0);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 6; ++t) {
+        threads.emplace_back([t, &failed] {
+            for (int i = 0; i < 10; ++i) {
+                const std::string key = "k" + std::to_string(t) + "_" + std::to_string(i);
+                failed += IWK_SetConfigByKey("T" + std::to_string(t % 2), key, key) != 1;
+                std::string v;
+                IWK_GetConfigByKey("T0", "k0_0", v, "");
+            }
+        });
+    }
+    for (auto& th : threads) th.join();
+    EXPECT_EQ(0, failed.load());
+    for (pid_t pid : children) {
+        int status = 0;
+        ASSERT_EQ(pid, ::waitpid(pid, &status, 0));
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    }
+    for (int t = 0; t < 6; ++t) {
+        for (int i = 0; i < 10; ++i) {
+            const std::string key = "k" + std::to_string(t) + "_" + std::to_string(i);
+            EXPECT_EQ(key, Get("T" + std::to_string(t % 2), key));
+        }
+    }
+    for (int p = 0; p < 2; ++p) {
+        for (int i = 0; i < 10; ++i) {
+            const std::string key = "p" + std::to_string(p) + "_" + std::to_string(i);
+            EXPECT_EQ(key, Get("P", key));
+        }
+    }
+}
+
+TEST(ConfigCipher, RoundTripAndKeyFile) {
+    TempEnv env;
+    EXPECT_EQ("", IWK_DecryptEncryptedConfigInfo("KXENC1:AAAA"));
+    EXPECT_NE(0, ::access(env.keyPath().c_str(), F_OK));  // decryption never makes a key
+
+    const std::string gbk = "\xD6\xD0\xCE\xC4 secret";
+    const std::string stored = IWK_EncryptConfigInfo(gbk);
+    ASSERT_EQ(0u, stored.rfind("KXENC1:", 0));
+    EXPECT_EQ(0600u, ModeOf(env.keyPath()));
+    const std::string keyText = ReadFileText(env.keyPath());
+    ASSERT_EQ(65u, keyText.size());
+    EXPECT_EQ(std::string::npos, keyText.substr(0, 64).find_first_not_of("0123456789abcdef"));
+    EXPECT_EQ(gbk, IWK_DecryptEncryptedConfigInfo(stored));
+    // Fresh IV every time, and IV + tag around the text.
+    EXPECT_NE(stored, IWK_EncryptConfigInfo(gbk));
+    EXPECT_EQ(12 + gbk.size() + 16, IWK_Base64Decode(stored.substr(7)).size());
+    // The key is reused, not replaced.
+    EXPECT_EQ(keyText, ReadFileText(env.keyPath()));
+
+    const std::string empty = IWK_EncryptConfigInfo("");
+    ASSERT_FALSE(empty.empty());
+    EXPECT_EQ(28u, IWK_Base64Decode(empty.substr(7)).size());
+    EXPECT_EQ("", IWK_DecryptEncryptedConfigInfo(empty));
+
+    // Stored through the INI file and read back.
+    ASSERT_TRUE(env.set("KXSign", "ProjectSecret", stored));
+    std::string v;
+    IWK_GetConfigByKey("KXSign", "ProjectSecret", v, "");
+    EXPECT_EQ(gbk, IWK_DecryptEncryptedConfigInfo(v));
+}
+
+TEST(ConfigCipher, RejectsAnythingElse) {
+    TempEnv env;
+    const std::string stored = IWK_EncryptConfigInfo("clear text");
+    ASSERT_FALSE(stored.empty());
+    std::string raw = IWK_Base64Decode(stored.substr(7));
+    const auto flip = [&](size_t at) {
+        std::string r = raw;
+        r[at] = static_cast<char>(r[at] ^ 1);
+        return "KXENC1:" + IWK_Base64Encode(r);
+    };
+    EXPECT_EQ("", IWK_DecryptEncryptedConfigInfo(flip(0)));               // IV
+    EXPECT_EQ("", IWK_DecryptEncryptedConfigInfo(flip(12)));              // text
+    EXPECT_EQ("", IWK_DecryptEncryptedConfigInfo(flip(raw.size() - 1)));  // tag
+    EXPECT_EQ("", IWK_DecryptEncryptedConfigInfo(stored.substr(7)));      // no prefix
+    EXPECT_EQ("", IWK_DecryptEncryptedConfigInfo("kxenc1:" + stored.substr(7)));
+    EXPECT_EQ("", IWK_DecryptEncryptedConfigInfo("KXENC1:%%%%" + stored.substr(11)));
+    EXPECT_EQ("", IWK_DecryptEncryptedConfigInfo(stored.substr(0, stored.size() - 4)));
+    EXPECT_EQ("", IWK_DecryptEncryptedConfigInfo("KXENC1:" + IWK_Base64Encode(raw.substr(0, 27))));
+    EXPECT_EQ("", IWK_DecryptEncryptedConfigInfo(""));
+    EXPECT_EQ("clear text", IWK_DecryptEncryptedConfigInfo(stored));
+
+    // Another key, or a damaged key file, opens nothing.
+    const std::string keyText = ReadFileText(env.keyPath());
+    const auto writeKey = [&](const std::string& text) {
+        ::unlink(env.keyPath().c_str());
+        const int fd = ::open(env.keyPath().c_str(), O_WRONLY | O_CREAT, 0600);
+        ASSERT_GE(fd, 0);
+        ASSERT_EQ(static_cast<ssize_t>(text.size()), ::write(fd, text.data(), text.size()));
+        ::close(fd);
+    };
+    writeKey(std::string(64, '0') + "\n");
+    EXPECT_EQ("", IWK_DecryptEncryptedConfigInfo(stored));
+    writeKey(keyText.substr(0, 63) + "\n");
+    EXPECT_EQ("", IWK_DecryptEncryptedConfigInfo(stored));
+    writeKey(keyText.substr(0, 64) + "\r\n");
+    EXPECT_EQ("clear text", IWK_DecryptEncryptedConfigInfo(stored));
+    writeKey(keyText.substr(0, 64) + "zz");
+    EXPECT_EQ("", IWK_DecryptEncryptedConfigInfo(stored));
+    ::unlink(env.keyPath().c_str());
+    EXPECT_EQ("", IWK_DecryptEncryptedConfigInfo(stored));
+}

@@ -1,0 +1,105 @@
+// The compact writer must match Json::FastWriter byte for byte on ASCII text,
+// keep non-ASCII bytes raw, and the readers must never throw.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "KXUtils.h"
+
+namespace {
+
+std::string Fast(const Json::Value& v) {
+    Json::FastWriter writer;
+    return writer.write(v);
+}
+
+Json::Value Sample() {
+    Json::Value v;
+    v["zeta"] = 1;
+    v["alpha"] = "a\"b\\c\n\t/\x01";
+    v["mid"]["n"] = Json::Value();
+    v["mid"]["list"].append(-5);
+    v["mid"]["list"].append(3.25);
+    v["mid"]["list"].append(1e300);
+    v["mid"]["list"].append(true);
+    v["mid"]["list"].append(Json::Value(Json::objectValue));
+    v["mid"]["list"].append(Json::Value(Json::arrayValue));
+    v["big"] = Json::UInt64(18446744073709551615ULL);
+    v["neg"] = Json::Int64(-9223372036854775807LL - 1);
+    v["real"] = 2.0;
+    return v;
+}
+
+}  // namespace
+
+TEST(CompactWriter, MatchesFastWriterOnAsciiDocuments) {
+    const Json::Value samples[] = {Sample(), Json::Value(), Json::Value("x"), Json::Value(0),
+                                   Json::Value(Json::objectValue),
+                                   Json::Value(Json::arrayValue)};
+    for (const auto& v : samples) EXPECT_EQ(Fast(v), kxjson::Write(v));
+    EXPECT_EQ("null\n", kxjson::Write(Json::Value()));
+    // Keys come out in jsoncpp's sorted order whatever the order of insertion.
+    Json::Value keys;
+    keys["b"] = 1;
+    keys["a"] = 2;
+    keys["B"] = 3;
+    EXPECT_EQ("{\"B\":3,\"a\":2,\"b\":1}\n", kxjson::Write(keys));
+}
+
+TEST(CompactWriter, KeepsGbkAndUtf8BytesRaw) {
+    Json::Value v;
+    const std::string gbk = "\xD6\xD0\xCE\xC4\xA3\xBA";  // GBK text with a full-width colon
+    const std::string utf8 = "\xE4\xB8\xAD";
+    v["gbk"] = gbk;
+    v["utf8"] = utf8;
+    EXPECT_EQ("{\"gbk\":\"" + gbk + "\",\"utf8\":\"" + utf8 + "\"}\n", kxjson::Write(v));
+    // FastWriter would have escaped them: the reason this writer exists.
+    EXPECT_NE(Fast(v), kxjson::Write(v));
+    // Control characters are still escaped as FastWriter does.
+    EXPECT_EQ("\"\\u001f\\r\"\n", kxjson::Write(Json::Value("\x1f\r")));
+}
+
+TEST(SafeJson, ReadersNeverThrowOnAnyShape) {
+    Json::Value root;
+    EXPECT_FALSE(kxjson::Parse("not json", root));
+    EXPECT_FALSE(kxjson::Parse(std::string(100000, '['), root));  // nesting past the reader's limit
+    EXPECT_TRUE(kxjson::Parse("[1,2]", root));
+    EXPECT_TRUE(kxjson::Member(root, "code").isNull());  // operator[] would throw on an array
+    EXPECT_EQ("", kxjson::String(root, "code"));
+    EXPECT_EQ("", kxjson::String(root));
+
+    ASSERT_TRUE(kxjson::Parse(
+        R"({"s":"t","i":7,"big":9999999999,"neg":-3,"r":1.5,"b":true,"o":{},"a":[],"n":null})",
+        root));
+    EXPECT_EQ("t", kxjson::String(root, "s"));
+    EXPECT_EQ("7", kxjson::String(root, "i"));
+    EXPECT_EQ("true", kxjson::String(root, "b"));
+    EXPECT_EQ("", kxjson::String(root, "o"));
+    EXPECT_EQ("", kxjson::String(root, "a"));
+    EXPECT_EQ("", kxjson::String(root, "n"));
+
+    int i = 42;
+    EXPECT_TRUE(kxjson::Int(kxjson::Member(root, "i"), i));
+    EXPECT_EQ(7, i);
+    i = 42;
+    EXPECT_FALSE(kxjson::Int(kxjson::Member(root, "big"), i));  // asInt would throw
+    EXPECT_FALSE(kxjson::Int(kxjson::Member(root, "s"), i));
+    EXPECT_FALSE(kxjson::Int(kxjson::Member(root, "r"), i));
+    EXPECT_FALSE(kxjson::Int(kxjson::Member(root, "o"), i));
+    EXPECT_EQ(42, i);
+    long long wide = 0;
+    EXPECT_TRUE(kxjson::Int64(kxjson::Member(root, "big"), wide));
+    EXPECT_EQ(9999999999LL, wide);
+    bool b = false;
+    EXPECT_TRUE(kxjson::Bool(kxjson::Member(root, "b"), b));
+    EXPECT_TRUE(b);
+    EXPECT_FALSE(kxjson::Bool(kxjson::Member(root, "i"), b));
+
+    int out = 0;
+    EXPECT_EQ(1, IWK_GetJsonValue(Json::Value(), out, 31015));
+    EXPECT_EQ(31015, out);
+    EXPECT_EQ(1, IWK_GetJsonValue(Json::Value("0"), out, 31015));
+    EXPECT_EQ(31015, out);
+    EXPECT_EQ(0, IWK_GetJsonValue(Json::Value(-2), out, 31015));
+    EXPECT_EQ(-2, out);
+}

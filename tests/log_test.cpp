@@ -1,0 +1,221 @@
+// The log sink: line format, level filter, whole lines, secret masking,
+// destinations, file mode and rotation.
+#include <gtest/gtest.h>
+
+#include <regex>
+#include <set>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include "KXUtils.h"
+#include "TempEnv.h"
+
+namespace {
+
+const char kPrefix[] = R"(\d{4}-\d{2}-\d{2} \d{2}:\d{2}:\d{2}\.\d{3} \d+ )";
+
+std::vector<std::string> Lines(const std::string& text) {
+    std::vector<std::string> lines;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);) lines.push_back(line);
+    return lines;
+}
+
+// The text after "<date> <time> <tid> <LEVEL> " of the only line written.
+std::string LoggedText(const TempEnv& env) {
+    const std::vector<std::string> lines = Lines(env.readLog());
+    if (lines.size() != 1) return "<" + std::to_string(lines.size()) + " lines>";
+    std::smatch m;
+    if (!std::regex_match(lines[0], m, std::regex(std::string(kPrefix) + R"(\S+ (.*))"))) {
+        return "<bad prefix: " + lines[0] + ">";
+    }
+    return m[1];
+}
+
+std::string MaskedLine(const std::string& text) {
+    TempEnv env;
+    KX_WriteLog(KX_LOG_INFO, "%s", text.c_str());
+    return LoggedText(env);
+}
+
+mode_t ModeOf(const std::string& path) {
+    struct stat st;
+    if (::stat(path.c_str(), &st) != 0) return 0;
+    return st.st_mode & 07777;
+}
+
+}  // namespace
+
+TEST(Log, LineFormatAndFrame) {
+    TempEnv env;
+    KX_LOG(KX_LOG_INFO, "Corvane", "CCorvaneApi::GetAllInfo", "lRes:%d, msg:%s", 5, "ok");
+    const std::string tid = std::to_string(static_cast<long>(::syscall(SYS_gettid)));
+    const std::string text = env.readLog();
+    EXPECT_TRUE(std::regex_match(
+        text, std::regex(R"(\d{4}-\d{2}-\d{2} \d{2}:\d{2}:\d{2}\.\d{3} )" + tid +
+                         R"( INFO <Corvane \[\d+\] - CCorvaneApi::GetAllInfo> <"lRes:5, msg:ok">)"
+                         "\n")))
+        << text;
+
+    TempEnv levels;
+    KX_WriteLog(KX_LOG_TRACE, "a");
+    KX_WriteLog(KX_LOG_WARN, "b");
+    KX_WriteLog(KX_LOG_ERROR, "c");
+    KX_WriteLog(static_cast<KX_LOG_LEVEL>(7), "d%%");
+    const std::vector<std::string> lines = Lines(levels.readLog());
+    ASSERT_EQ(4u, lines.size());
+    const char* expected[] = {"TRACE a", "WARN b", "ERROR c", "7 d%"};
+    for (size_t i = 0; i < 4; ++i) {
+        EXPECT_TRUE(std::regex_match(lines[i], std::regex(std::string(kPrefix) + expected[i])))
+            << lines[i];
+    }
+}
+
+TEST(Log, LevelFilterFollowsTheStore) {
+    TempEnv env;
+    ASSERT_TRUE(env.set("KXUtils", "LogLevel", "3"));
+    KX_WriteLog(KX_LOG_TRACE, "one");
+    KX_WriteLog(KX_LOG_INFO, "two");
+    KX_WriteLog(KX_LOG_WARN, "three");
+    KX_WriteLog(KX_LOG_ERROR, "four");
+    ASSERT_TRUE(env.set("KXUtils", "LogLevel", "1"));
+    KX_WriteLog(KX_LOG_TRACE, "five");
+    const std::string text = env.readLog();
+    EXPECT_EQ(std::string::npos, text.find("one"));
+    EXPECT_EQ(std::string::npos, text.find("two"));
+    EXPECT_NE(std::string::npos, text.find("WARN three\n"));
+    EXPECT_NE(std::string::npos, text.find("ERROR four\n"));
+    EXPECT_NE(std::string::npos, text.find("TRACE five\n"));
+}
+
+TEST(Log, LongLineIsWrittenWhole) {
+    TempEnv env;
+    std::string big(100 * 1024, 'x');
+    big[0] = 'B';
+    big.back() = 'E';
+    KX_LOG(KX_LOG_INFO, "UploadRecord", "KXSER_UploadRecord", "body:%s", big.c_str());
+    const std::string text = env.readLog();
+    EXPECT_NE(std::string::npos, text.find("<\"body:" + big + "\">\n"));
+    EXPECT_EQ(1u, Lines(text).size());
+}
+
+TEST(Log, MasksSecrets) {
+    IWK_RegisterSecret("S3cr3t-Pr0ject");
+    IWK_RegisterSecret("S3cr3t");  // a shorter one inside: the long one still goes whole
+    IWK_RegisterSecret("abc");     // too short to register
+    EXPECT_EQ("id=1 ****** and ******!", MaskedLine("id=1 S3cr3t-Pr0ject and S3cr3t!"));
+    EXPECT_EQ("abc", MaskedLine("abc"));
+
+    EXPECT_EQ("/x?user=bob&password=******&next=1",
+              MaskedLine("/x?user=bob&password=hunter2&next=1"));
+    EXPECT_EQ("GET /x?a=1&secret=******", MaskedLine("GET /x?a=1&secret=abc123"));
+    EXPECT_EQ("PassWD=****** pwd='******' x", MaskedLine("PassWD=p1 pwd='p 2' x"));
+    EXPECT_EQ(R"({"signPwd":"******","a":1})", MaskedLine(R"({"signPwd":"123456","a":1})"));
+    EXPECT_EQ(R"({"signPwd" : "******", "n":{"appSecret":******}})",
+              MaskedLine(R"({"signPwd" : "1 \"2", "n":{"appSecret":42}})"));
+    EXPECT_EQ(R"(msg:{\"ProjectSecret\":\"******\",\"k\":1})",
+              MaskedLine(R"(msg:{\"ProjectSecret\":\"zz\",\"k\":1})"));
+    // Names that only begin like a key, and other keys, stay.
+    EXPECT_EQ("passwordHint=yes user=bob \"pwdLen\":\"3\"",
+              MaskedLine("passwordHint=yes user=bob \"pwdLen\":\"3\""));
+
+    // The header form masks to the end of its line only.
+    TempEnv env;
+    KX_WriteLog(KX_LOG_INFO, "head:\nX-KX-Signature: c2ln==\nX-KX-Nonce: 00ff");
+    KX_WriteLog(KX_LOG_INFO, "head:\r\nx-kx-signature:c2ln==\r\nX-KX-Nonce: 00ff");
+    const std::string text = env.readLog();
+    EXPECT_NE(std::string::npos, text.find("\nX-KX-Signature: ******\nX-KX-Nonce: 00ff\n")) << text;
+    EXPECT_NE(std::string::npos, text.find("\r\nx-kx-signature:******\r\nX-KX-Nonce: 00ff\n"))
+        << text;
+    EXPECT_EQ(std::string::npos, text.find("c2ln"));
+}
+
+TEST(Log, DestinationsAndFileMode) {
+    TempEnv env;
+    const std::string nested = env.dir() + "/logs/deep/app.log";
+    ::setenv("KX_LOG_FILE", nested.c_str(), 1);
+    KX_WriteLog(KX_LOG_INFO, "to nested");
+    EXPECT_EQ(0600u, ModeOf(nested));
+    EXPECT_EQ(0700u, ModeOf(env.dir() + "/logs/deep"));
+    EXPECT_NE(std::string::npos, ReadFileText(nested).find("INFO to nested\n"));
+
+    // Without the environment variable the store names the file.
+    ::unsetenv("KX_LOG_FILE");
+    const std::string configured = env.dir() + "/configured.log";
+    ASSERT_TRUE(env.set("KXUtils", "LogFile", configured));
+    KX_WriteLog(KX_LOG_WARN, "to configured");
+    EXPECT_NE(std::string::npos, ReadFileText(configured).find("WARN to configured\n"));
+    EXPECT_EQ(std::string::npos, ReadFileText(nested).find("to configured"));
+
+    // A file removed under the log is made again.
+    ::unlink(configured.c_str());
+    KX_WriteLog(KX_LOG_WARN, "again");
+    EXPECT_NE(std::string::npos, ReadFileText(configured).find("WARN again\n"));
+
+    ::setenv("KX_LOG_FILE", "-", 1);
+    testing::internal::CaptureStderr();
+    KX_WriteLog(KX_LOG_ERROR, "to stderr");
+    const std::string err = testing::internal::GetCapturedStderr();
+    EXPECT_TRUE(std::regex_match(err, std::regex(std::string(kPrefix) + "ERROR to stderr\n")))
+        << err;
+}
+
+TEST(Log, RotatesBySize) {
+    TempEnv env;
+    ASSERT_TRUE(env.set("KXUtils", "LogMaxBytes", "1000"));
+    for (int i = 0; i < 50; ++i)
+        KX_WriteLog(KX_LOG_INFO, "line %03d %s", i, std::string(40, '.').c_str());
+    const std::string current = env.readLog();
+    const std::string rotated = ReadFileText(env.logPath() + ".1");
+    EXPECT_LE(current.size(), 1000u);
+    EXPECT_LE(rotated.size(), 1000u);
+    EXPECT_GT(rotated.size(), 900u);  // filled up to the limit before moving on
+    EXPECT_EQ(0600u, ModeOf(env.logPath()));
+    // The two files hold consecutive lines ending with the last one: none lost
+    // or cut at the rotation.
+    std::vector<std::string> lines = Lines(rotated);
+    for (const std::string& l : Lines(current)) lines.push_back(l);
+    ASSERT_FALSE(lines.empty());
+    const int first = 50 - static_cast<int>(lines.size());
+    for (size_t i = 0; i < lines.size(); ++i) {
+        char want[16];
+        std::snprintf(want, sizeof want, "line %03d ", first + static_cast<int>(i));
+        EXPECT_NE(std::string::npos,
+                  lines[i].find(std::string("INFO ") + want + std::string(40, '.')))
+            << lines[i];
+    }
+    EXPECT_EQ('\n', current.back());
+}
+
+TEST(Log, ConcurrentWritersGiveWholeLines) {
+    TempEnv env;
+    const int kThreads = 8, kLines = 200;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+        threads.emplace_back([t] {
+            const std::string pad(100 + t * 300, static_cast<char>('a' + t));
+            for (int i = 0; i < kLines; ++i) {
+                KX_WriteLog(KX_LOG_INFO, "t%d i%d %s end", t, i, pad.c_str());
+            }
+        });
+    }
+    for (auto& th : threads) th.join();
+    const std::vector<std::string> lines = Lines(env.readLog());
+    ASSERT_EQ(static_cast<size_t>(kThreads * kLines), lines.size());
+    const std::regex shape(std::string(kPrefix) + R"(INFO t(\d) i(\d+) ([a-h]+) end)");
+    std::set<std::pair<int, int>> seen;
+    for (const std::string& line : lines) {
+        std::smatch m;
+        ASSERT_TRUE(std::regex_match(line, m, shape)) << line.substr(0, 200);
+        const int t = std::stoi(m[1]);
+        EXPECT_EQ(std::string(100 + t * 300, static_cast<char>('a' + t)), m[3].str());
+        seen.emplace(t, std::stoi(m[2]));
+    }
+    EXPECT_EQ(static_cast<size_t>(kThreads * kLines), seen.size());
+}

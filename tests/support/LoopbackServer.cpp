@@ -1,0 +1,260 @@
+#include "LoopbackServer.h"
+
+#include <httplib.h>
+
+#include <arpa/inet.h>
+#include <dirent.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdlib>
+#include <deque>
+#include <mutex>
+#include <stdexcept>
+#include <thread>
+
+#include "TestCA.h"
+
+namespace kxtest {
+
+bool CaseLess::operator()(const std::string& a, const std::string& b) const {
+    const size_t n = std::min(a.size(), b.size());
+    for (size_t i = 0; i < n; ++i) {
+        int ca = std::tolower(static_cast<unsigned char>(a[i]));
+        int cb = std::tolower(static_cast<unsigned char>(b[i]));
+        if (ca != cb) return ca < cb;
+    }
+    return a.size() < b.size();
+}
+
+std::string HeaderValue(const Headers& headers, const std::string& name) {
+    auto it = headers.find(name);
+    return it != headers.end() ? it->second : std::string();
+}
+
+KXHeaderGetter HeaderGetter(const Headers& headers) {
+    return [headers](const std::string& name) { return HeaderValue(headers, name); };
+}
+
+Headers ParseHead(const std::string& head) {
+    Headers out;
+    size_t start = 0;
+    while (start <= head.size()) {
+        size_t end = head.find('\n', start);
+        if (end == std::string::npos) end = head.size();
+        std::string line = head.substr(start, end - start);
+        if (!line.empty() && line.back() == '\r') line.pop_back();
+        if (!line.empty()) {
+            size_t colon = line.find(':');
+            if (colon == std::string::npos) {
+                out.emplace(line, std::string());
+            } else {
+                size_t value = line.find_first_not_of(" \t", colon + 1);
+                out.emplace(line.substr(0, colon),
+                            value == std::string::npos ? std::string() : line.substr(value));
+            }
+        }
+        start = end + 1;
+    }
+    return out;
+}
+
+namespace {
+
+// cpp-httplib keeps an idle kept-alive connection open for its keep-alive
+// timeout (5 s) and its stop() waits for that. A client in this very process
+// (libcurl keeps connections) would make every server take 5 s to stop, so
+// the server's side of its connections is shut down here instead.
+void ShutdownConnectionsOn(int port) {
+    std::vector<int> fds;
+    if (DIR* dir = opendir("/proc/self/fd")) {
+        const int own = dirfd(dir);
+        while (dirent* entry = readdir(dir)) {
+            char* end = nullptr;
+            long fd = std::strtol(entry->d_name, &end, 10);
+            if (end != entry->d_name && *end == '\0' && fd != own) fds.push_back(int(fd));
+        }
+        closedir(dir);
+    }
+    for (int fd : fds) {
+        sockaddr_in local{};
+        socklen_t length = sizeof local;
+        if (getsockname(fd, reinterpret_cast<sockaddr*>(&local), &length) != 0 ||
+            local.sin_family != AF_INET || ntohs(local.sin_port) != port ||
+            ntohl(local.sin_addr.s_addr) != INADDR_LOOPBACK)
+            continue;
+        sockaddr_in peer{};
+        length = sizeof peer;
+        if (getpeername(fd, reinterpret_cast<sockaddr*>(&peer), &length) != 0) continue;
+        ::shutdown(fd, SHUT_RDWR);
+    }
+}
+
+}  // namespace
+
+struct LoopbackServer::Impl {
+    std::unique_ptr<httplib::Server> server;
+    std::thread thread;
+    std::atomic<bool> listenReturned{false};
+    std::string scheme;
+    int port = -1;
+
+    mutable std::mutex mutex;
+    mutable std::condition_variable changed;  // a request arrived, or stopping
+    bool stopping = false;
+    std::vector<RecordedRequest> requests;
+    std::map<std::string, Handler> handlers;
+    std::deque<Reply> queue;
+    Reply defaultReply;
+    int delayMs = 0;
+
+    void serve(const httplib::Request& req, httplib::Response& res) {
+        RecordedRequest record;
+        record.method = req.method;
+        record.target = req.target;
+        record.path = req.path;
+        record.version = req.version;
+        for (const auto& h : req.headers) record.headers.emplace(h.first, h.second);
+        record.body = req.body;
+        record.remotePort = req.remote_port;
+
+        Handler handler;
+        Reply reply;
+        int delay = 0;
+        {
+            std::lock_guard<std::mutex> lock(mutex);
+            requests.push_back(record);
+            auto found = handlers.find(req.path);
+            if (found != handlers.end()) {
+                handler = found->second;
+            } else if (!queue.empty()) {
+                reply = queue.front();
+                queue.pop_front();
+            } else {
+                reply = defaultReply;
+            }
+            delay = delayMs;
+        }
+        changed.notify_all();
+        if (handler) reply = handler(record);
+        if (reply.delayMs > 0) delay = reply.delayMs;
+        if (delay > 0) {
+            std::unique_lock<std::mutex> lock(mutex);
+            changed.wait_for(lock, std::chrono::milliseconds(delay), [this] { return stopping; });
+        }
+        res.status = reply.status;
+        for (const auto& h : reply.headers) res.set_header(h.first, h.second);
+        res.set_content(reply.body, reply.contentType);
+    }
+};
+
+LoopbackServer::LoopbackServer(Scheme scheme, const TestCA* ca) : impl_(new Impl) {
+    if (scheme == Scheme::Https) {
+        const TestCA& authority = ca != nullptr ? *ca : TestCA::instance();
+        impl_->server.reset(
+            new httplib::SSLServer(authority.certFile().c_str(), authority.keyFile().c_str()));
+        impl_->scheme = "https";
+    } else {
+        impl_->server.reset(new httplib::Server);
+        impl_->scheme = "http";
+    }
+    httplib::Server& server = *impl_->server;
+    if (!server.is_valid()) throw std::runtime_error("LoopbackServer: server not valid");
+    // Nagle plus delayed ACK would stall every exchange by tens of milliseconds.
+    server.set_tcp_nodelay(true);
+    server.set_keep_alive_max_count(1000);
+    Impl* impl = impl_.get();
+    auto serve = [impl](const httplib::Request& req, httplib::Response& res) {
+        impl->serve(req, res);
+    };
+    server.Get(".*", serve);
+    server.Post(".*", serve);
+    server.Put(".*", serve);
+    server.Patch(".*", serve);
+    server.Delete(".*", serve);
+    server.Options(".*", serve);
+
+    impl_->port = server.bind_to_any_port("127.0.0.1");
+    if (impl_->port <= 0) throw std::runtime_error("LoopbackServer: cannot bind 127.0.0.1");
+    impl_->thread = std::thread([impl] {
+        impl->server->listen_after_bind();
+        impl->listenReturned = true;
+    });
+    // stop() does nothing before the accept loop runs, so wait for it.
+    while (!server.is_running() && !impl_->listenReturned)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    if (!server.is_running()) {
+        impl_->thread.join();
+        throw std::runtime_error("LoopbackServer: listen failed");
+    }
+}
+
+LoopbackServer::~LoopbackServer() {
+    {
+        std::lock_guard<std::mutex> lock(impl_->mutex);
+        impl_->stopping = true;
+    }
+    impl_->changed.notify_all();
+    impl_->server->stop();
+    ShutdownConnectionsOn(impl_->port);
+    impl_->thread.join();
+}
+
+void LoopbackServer::setDefaultReply(const Reply& reply) {
+    std::lock_guard<std::mutex> lock(impl_->mutex);
+    impl_->defaultReply = reply;
+}
+
+void LoopbackServer::handle(const std::string& path, Handler handler) {
+    std::lock_guard<std::mutex> lock(impl_->mutex);
+    impl_->handlers[path] = std::move(handler);
+}
+
+void LoopbackServer::queueReply(const Reply& reply) {
+    std::lock_guard<std::mutex> lock(impl_->mutex);
+    impl_->queue.push_back(reply);
+}
+
+void LoopbackServer::setDelayMs(int delayMs) {
+    std::lock_guard<std::mutex> lock(impl_->mutex);
+    impl_->delayMs = delayMs;
+}
+
+std::string LoopbackServer::baseUrl() const {
+    return impl_->scheme + "://127.0.0.1:" + std::to_string(impl_->port);
+}
+
+int LoopbackServer::port() const {
+    return impl_->port;
+}
+
+std::vector<RecordedRequest> LoopbackServer::requests() const {
+    std::lock_guard<std::mutex> lock(impl_->mutex);
+    return impl_->requests;
+}
+
+RecordedRequest LoopbackServer::lastRequest() const {
+    std::lock_guard<std::mutex> lock(impl_->mutex);
+    return impl_->requests.empty() ? RecordedRequest() : impl_->requests.back();
+}
+
+size_t LoopbackServer::requestCount() const {
+    std::lock_guard<std::mutex> lock(impl_->mutex);
+    return impl_->requests.size();
+}
+
+void LoopbackServer::clearRequests() {
+    std::lock_guard<std::mutex> lock(impl_->mutex);
+    impl_->requests.clear();
+}
+
+bool LoopbackServer::waitForRequests(size_t count, int timeoutMs) const {
+    std::unique_lock<std::mutex> lock(impl_->mutex);
+    return impl_->changed.wait_for(lock, std::chrono::milliseconds(timeoutMs),
+                                   [&] { return impl_->requests.size() >= count; });
+}
+
+}  // namespace kxtest

@@ -1,0 +1,201 @@
+// Encodings, digests, JWT payloads, masking of JSON values, wide text, last
+// error and system facts.
+#include <gtest/gtest.h>
+
+#include <regex>
+#include <string>
+#include <thread>
+
+#include "KXUtils.h"
+#include "TempEnv.h"
+
+TEST(Text, Base64UrlAndHexVectors) {
+    // RFC 4648 test vectors.
+    const char* plain[] = {"", "f", "fo", "foo", "foob", "fooba", "foobar"};
+    const char* coded[] = {"", "Zg==", "Zm8=", "Zm9v", "Zm9vYg==", "Zm9vYmE=", "Zm9vYmFy"};
+    for (int i = 0; i < 7; ++i) {
+        EXPECT_EQ(coded[i], IWK_Base64Encode(plain[i]));
+        EXPECT_EQ(plain[i], IWK_Base64Decode(coded[i]));
+    }
+    const std::string binary("\x00\xFF\xFE\x3E\x3F", 5);
+    EXPECT_EQ("AP/+Pj8=", IWK_Base64Encode(binary));
+    EXPECT_EQ(binary, IWK_Base64Decode("AP/+\r\n Pj8="));
+    for (const char* bad : {"Zg=", "Zm9", "Z===", "Zm9v!", "AP_-Pj8=", "Zg==Zg==", "=Zg="}) {
+        EXPECT_EQ("", IWK_Base64Decode(bad)) << bad;
+    }
+
+    EXPECT_EQ("AZaz09-._~%20%2F%3F%26%3D%2B%25%D6%D0%00",
+              IWK_UrlEncode(std::string("AZaz09-._~ /?&=+%\xD6\xD0\x00", 20)));
+    EXPECT_EQ("00ff7f0a", IWK_CharToHex(std::string("\x00\xFF\x7F\x0A", 4)));
+    EXPECT_EQ("900150983cd24fb0d6963f7d28e17f72", IWK_CharToHex(IWK_Digest("abc", KX_HASH_MD5)));
+    EXPECT_EQ("d41d8cd98f00b204e9800998ecf8427e", IWK_CharToHex(IWK_Digest("", KX_HASH_MD5)));
+    EXPECT_EQ("", IWK_Digest("abc", static_cast<KXHashAlg>(2)));
+
+    EXPECT_EQ(8u, IWK_GenRand(8).size());
+    EXPECT_NE(IWK_GenRand(16), IWK_GenRand(16));
+    EXPECT_EQ("", IWK_GenRand(0));
+    EXPECT_EQ("", IWK_GenRand(-1));
+}
+
+TEST(Text, SmallHelpers) {
+    EXPECT_EQ(0u, IWK_Len(nullptr));
+    EXPECT_EQ(3u, IWK_Len("abc"));
+    EXPECT_EQ(0, IWK_Compare("Abc", "aBC", true));
+    EXPECT_NE(0, IWK_Compare("Abc", "aBC", false));
+    EXPECT_NE(0, IWK_Compare("abc", "abcd", true));
+    EXPECT_EQ(0, IWK_Compare("", "", false));
+
+    char s[] = "ab\xD6z";
+    IWK_Upper(s, -1);
+    EXPECT_STREQ("AB\xD6Z", s);
+    char t[] = "abcd";
+    IWK_Upper(t, 2);
+    EXPECT_STREQ("ABcd", t);
+    IWK_Upper(nullptr, -1);
+
+    EXPECT_EQ("f.txt", IWK_GetBaseName("/a/b/f.txt"));
+    EXPECT_EQ("f.txt", IWK_GetBaseName("C:\\dir\\f.txt"));
+    EXPECT_EQ("f", IWK_GetBaseName("f"));
+    EXPECT_EQ("", IWK_GetBaseName("/a/"));
+    EXPECT_EQ("", IWK_GetBaseName(nullptr));
+
+    const KX_TuoMinData rule(KX_TUOMIN_JSON_KEY, nullptr, 1, 2);
+    EXPECT_EQ("", rule.key);
+}
+
+TEST(Text, WideAndUtf8) {
+    const std::wstring wide = L"a\u00E9\u4E2D\U0001F600";
+    const std::string utf8 = "a\xC3\xA9\xE4\xB8\xAD\xF0\x9F\x98\x80";
+    EXPECT_EQ(utf8, IWK_WideCharToUtf8(wide));
+    EXPECT_EQ(wide, IWK_Utf8ToWideChar(utf8));
+    // Broken input becomes U+FFFD, one per maximal broken piece.
+    EXPECT_EQ(L"x\uFFFDy", IWK_Utf8ToWideChar("x\xFFy"));
+    EXPECT_EQ(L"\uFFFD\uFFFD", IWK_Utf8ToWideChar("\xC0\xAF"));            // overlong
+    EXPECT_EQ(L"\uFFFD\uFFFD\uFFFD", IWK_Utf8ToWideChar("\xED\xA0\x80"));  // surrogate
+    EXPECT_EQ(L"a\uFFFD", IWK_Utf8ToWideChar("a\xE4\xB8"));                // cut short
+    EXPECT_EQ(L"\uFFFDb", IWK_Utf8ToWideChar("\xE4\xB8"
+                                             "b"));
+    EXPECT_EQ("\xEF\xBF\xBD", IWK_WideCharToUtf8(std::wstring(1, static_cast<wchar_t>(0xD800))));
+    EXPECT_EQ("\xEF\xBF\xBD", IWK_WideCharToUtf8(std::wstring(1, static_cast<wchar_t>(0x110000))));
+}
+
+TEST(Text, JwtPayload) {
+    // Chosen so that its Base64 holds '/' and padding: base64url differs.
+    const std::string payload =
+        "{\"sub\":\"1\",\"n\":\"\xC3\xA9~?"
+        "?>\",\"x\":\"\"}";
+    const std::string b64 = IWK_Base64Encode(payload);
+    std::string url = b64;
+    for (char& c : url) {
+        if (c == '+') c = '-';
+        if (c == '/') c = '_';
+    }
+    ASSERT_NE(std::string::npos, b64.find('/'));
+    ASSERT_NE(std::string::npos, b64.find('='));
+    std::string out = "stale";
+    EXPECT_EQ(0, IWK_JWTDecode("eyJhbGciOiJIUzI1NiJ9." + url + ".sig", out));
+    EXPECT_EQ(payload, out);
+    const std::string unpadded = url.substr(0, url.find('='));
+    EXPECT_EQ(0, IWK_JWTDecode("h." + unpadded + ".", out));
+    EXPECT_EQ(payload, out);
+
+    for (const std::string& bad :
+         {std::string(""), std::string("abc"), "h." + url, std::string("h.!!!.s"),
+          "h." + b64 + ".s", std::string("h.a.s")}) {
+        out = "stale";
+        EXPECT_EQ(1, IWK_JWTDecode(bad, out)) << bad;
+        EXPECT_EQ("", out) << bad;
+    }
+}
+
+TEST(Text, DataTuominMasksAtAnyDepth) {
+    const KX_TuoMinData rules[] = {KX_TuoMinData(KX_TUOMIN_JSON_KEY, "idNo", 6, 8),
+                                   KX_TuoMinData(KX_TUOMIN_JSON_KEY, "loginAccount", 3, 4)};
+    EXPECT_EQ(R"({"code":0,"data":{"idNo":"110101********1234","loginAccount":"138****5678"}})",
+              IWK_DataTuomin(R"({"code": 0, "data": {"loginAccount": "13812345678",)"
+                             R"( "idNo": "110101199001011234"}})",
+                             rules, 2));
+    // Inside arrays, numbers turned to text, short values, multi-byte characters.
+    EXPECT_EQ(
+        "{\"list\":[{\"x\":[{\"idNo\":\"\xE5\xBC\xA0\xE4\xB8\x89\xE4\xB8\xB0\xE5\x8C\x97"
+        "\xE4\xBA\xAC\xE5\xB8\x82**\"}]},{\"loginAccount\":\"138****5678\"},"
+        "{\"loginAccount\":\"12\"}]}\n",
+        IWK_DataTuomin("{\"list\":[{\"x\":[{\"idNo\":\"\xE5\xBC\xA0\xE4\xB8\x89\xE4\xB8\xB0"
+                       "\xE5\x8C\x97\xE4\xBA\xAC\xE5\xB8\x82\xE6\xB5\xB7\xE6\xB7\x80\"}]},"
+                       "{\"loginAccount\":13812345678},{\"loginAccount\":\"12\"}]}\n",
+                       rules, 2));
+
+    // Nothing to mask, no JSON, no rules: the very same bytes.
+    const std::string untouched[] = {"{ \"other\" : \"110101199001011234\" }",
+                                     "{\"loginAccount\":\"12\"}",
+                                     "{\"idNo\":{\"nested\":true}}",
+                                     "not json {",
+                                     "",
+                                     "[1, 2]",
+                                     "{\"loginAccount\": true}"};
+    for (const std::string& text : untouched) EXPECT_EQ(text, IWK_DataTuomin(text, rules, 2));
+    EXPECT_EQ("{\"idNo\":\"1234567890\"}", IWK_DataTuomin("{\"idNo\":\"1234567890\"}", nullptr, 2));
+    EXPECT_EQ("{\"idNo\":\"1234567890\"}", IWK_DataTuomin("{\"idNo\":\"1234567890\"}", rules, 0));
+    // Deep nesting yields a result, not a crash.
+    const std::string deep = std::string(100000, '[') + std::string(100000, ']');
+    EXPECT_EQ(deep, IWK_DataTuomin(deep, rules, 2));
+}
+
+TEST(LastError, PerThreadAndTexts) {
+    std::thread([] {
+        long code = 1;
+        std::string text = "x";
+        EXPECT_FALSE(IWK_GetLastError(code, text));
+    }).join();
+
+    long codeA = 0, codeB = 0;
+    std::string textA, textB;
+    std::thread a([&] {
+        IWK_SetLastError(10003);
+        IWK_GetLastError(codeA, textA);
+    });
+    std::thread b([&] {
+        IWK_SetLastError(401, std::wstring(L"refus\u00E9"));
+        IWK_GetLastError(codeB, textB);
+    });
+    a.join();
+    b.join();
+    EXPECT_EQ(10003, codeA);
+    EXPECT_EQ("the reply cannot be parsed", textA);
+    EXPECT_EQ(401, codeB);
+    EXPECT_EQ("refus\xC3\xA9", textB);
+
+    EXPECT_TRUE(IWK_SetLastError(37007, std::string("server text")));
+    long code = 0;
+    std::string text;
+    EXPECT_TRUE(IWK_GetLastError(code, text));
+    EXPECT_EQ(37007, code);
+    EXPECT_EQ("server text", text);
+
+    EXPECT_EQ("the server reported a failure without a message", IWK_GetErrorMsg(10024));
+    EXPECT_EQ("TLS handshake or certificate verification failed", IWK_GetErrorMsg(10104));
+    EXPECT_EQ("unknown error 1490152", IWK_GetErrorMsg(1490152));
+    EXPECT_TRUE(IWK_IsUnknownError(1490152));
+    EXPECT_TRUE(IWK_IsUnknownError(-1));
+    for (long known :
+         {0L,     10001L, 10003L, 10005L, 10006L, 10009L, 10010L, 10016L, 10024L, 10027L,
+          10046L, 10048L, 10076L, 25034L, 31015L, 32004L, 33030L, 37007L, 37008L, 37011L,
+          10101L, 10102L, 10103L, 10104L, 10105L, 10106L, 10107L, 10108L, 10109L}) {
+        EXPECT_FALSE(IWK_IsUnknownError(known)) << known;
+        EXPECT_EQ(std::string::npos, IWK_GetErrorMsg(known).find("unknown")) << known;
+    }
+}
+
+TEST(System, MacTimeAndLanguage) {
+    EXPECT_TRUE(std::regex_match(IWK_GetMacAddress(), std::regex("([0-9A-F]{2}-){5}[0-9A-F]{2}")))
+        << IWK_GetMacAddress();
+    EXPECT_EQ(IWK_GetMacAddress(), IWK_GetMacAddress());
+    const long long now = IWK_GetCurTime();
+    EXPECT_GT(now, 1600000000000LL);  // milliseconds, not seconds
+    EXPECT_LT(now, 4000000000000LL);
+
+    TempEnv env;
+    EXPECT_EQ("", IWK_GetLanguageName());
+    ASSERT_TRUE(env.set("KXUtils", "Language", "zh-CN"));
+    EXPECT_EQ("zh-CN", IWK_GetLanguageName());
+}

@@ -1,0 +1,37 @@
+// Every command of kxapi. A new subsystem adds its lines here.
+#include "Commands.h"
+
+namespace kxapi {
+
+int CmdCertServices(const Args& args);
+int CmdConfigGet(const Args& args);
+int CmdConfigSet(const Args& args);
+int CmdConfigEncrypt(const Args& args);
+int CmdServerConfig(const Args& args);
+int CmdLegacyAuth(const Args& args);
+int CmdCall(const Args& args);
+
+const std::vector<Command>& Commands() {
+    static const std::vector<Command> commands = {
+        {"cert-services", "--cert-sn SN --ukey-num NUM",
+         "services of a certificate or UKey at the web service (either option may be left out)",
+         {}, CmdCertServices},
+        {"config get", "SECTION KEY", "a value of the configuration store", {}, CmdConfigGet},
+        {"config set", "SECTION KEY VALUE", "writes a value into the configuration store", {},
+         CmdConfigSet},
+        {"config encrypt", "< secret",
+         "the enciphered form of a secret read from standard input, for ProjectSecret", {},
+         CmdConfigEncrypt},
+        {"server-config", "SECTION",
+         "the server description KX_GetServerConfig reads from SECTION (secret masked)", {},
+         CmdServerConfig},
+        {"legacy-auth", "[--section KXInkwell]",
+         "the authorization value a legacy server of version 5.3 wants", {}, CmdLegacyAuth},
+        {"call", "SECTION METHOD PATH [--body JSON]",
+         "a request signed with the identity of SECTION, to any path of its server", {},
+         CmdCall},
+    };
+    return commands;
+}
+
+}  // namespace kxapi

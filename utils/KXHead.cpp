@@ -1,0 +1,374 @@
+// Request heads: the default signing scheme, the swappable provider behind the
+// CIWKHttp head calls, and the server-side check of the scheme.
+#include <openssl/crypto.h>
+#include <openssl/evp.h>
+#include <openssl/hmac.h>
+#include <openssl/rand.h>
+
+#include <atomic>
+#include <chrono>
+#include <climits>
+#include <string>
+#include <vector>
+
+#include "KXUtils.h"
+
+namespace {
+
+const size_t kMacBytes = 32;
+const size_t kNonceBytes = 16;
+const char kCrlf[] = "\r\n";
+
+// A value that would end its header line early (CR, LF) or be cut short by
+// the transport (NUL). Heads refuse such values instead of sending them.
+bool BreaksLine(const std::string& value) {
+    return value.find_first_of(std::string("\r\n\0", 3)) != std::string::npos;
+}
+
+std::string Hex(const unsigned char* data, size_t length) {
+    static const char kDigits[] = "0123456789abcdef";
+    std::string out;
+    out.reserve(length * 2);
+    for (size_t i = 0; i < length; ++i) {
+        out.push_back(kDigits[data[i] >> 4]);
+        out.push_back(kDigits[data[i] & 0x0f]);
+    }
+    return out;
+}
+
+std::string Base64(const unsigned char* data, size_t length) {
+    std::string out(4 * ((length + 2) / 3) + 1, '\0');
+    int written =
+        EVP_EncodeBlock(reinterpret_cast<unsigned char*>(&out[0]), data, static_cast<int>(length));
+    out.resize(written > 0 ? static_cast<size_t>(written) : 0);
+    return out;
+}
+
+// Raw SHA-256 of data; empty on failure.
+std::string Sha256(const std::string& data) {
+    unsigned char digest[EVP_MAX_MD_SIZE];
+    unsigned int length = 0;
+    if (EVP_Digest(data.data(), data.size(), digest, &length, EVP_sha256(), nullptr) != 1)
+        return std::string();
+    return std::string(reinterpret_cast<char*>(digest), length);
+}
+
+// Raw HMAC-SHA256; empty on failure.
+std::string HmacSha256(const std::string& key, const std::string& data) {
+    if (key.size() > static_cast<size_t>(INT_MAX)) return std::string();
+    unsigned char mac[EVP_MAX_MD_SIZE];
+    unsigned int length = 0;
+    if (HMAC(EVP_sha256(), key.data(), static_cast<int>(key.size()),
+             reinterpret_cast<const unsigned char*>(data.data()), data.size(), mac,
+             &length) == nullptr)
+        return std::string();
+    return std::string(reinterpret_cast<char*>(mac), length);
+}
+
+std::string HexOf(const std::string& bytes) {
+    return Hex(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size());
+}
+
+std::string Base64Of(const std::string& bytes) {
+    return Base64(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size());
+}
+
+long long NowMs() {
+    using namespace std::chrono;
+    return duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
+}
+
+// 32 lower-case hex characters; empty when the random source fails.
+std::string NewNonce() {
+    unsigned char bytes[kNonceBytes];
+    if (RAND_bytes(bytes, static_cast<int>(sizeof bytes)) != 1) return std::string();
+    return Hex(bytes, sizeof bytes);
+}
+
+const char* MethodOf(HTTPFuncType funcType) {
+    switch (funcType) {
+        case HTTP_FUNC_GET:
+            return "GET";
+        case HTTP_FUNC_POST:
+            return "POST";
+        case HTTP_FUNC_PUT:
+            return "PUT";
+        default:
+            return nullptr;
+    }
+}
+
+// Path and query of a URL as the request line carries them: what follows
+// scheme and authority, without the fragment (never sent). A bare query gets
+// the "/" that goes before it on the wire. Also accepts a target that is
+// already path and query.
+std::string PathAndQuery(const std::string& url) {
+    std::string rest;
+    if (!url.empty() && url[0] == '/' && url.compare(0, 2, "//") != 0) {
+        rest = url;
+    } else {
+        size_t authority = 0;
+        size_t firstDelimiter = url.find_first_of("/?#");
+        size_t scheme = url.find("://");
+        if (scheme != std::string::npos && scheme < firstDelimiter) {
+            authority = scheme + 3;
+        } else if (url.compare(0, 2, "//") == 0) {
+            authority = 2;
+        }
+        size_t pathAt = url.find_first_of("/?#", authority);
+        if (pathAt != std::string::npos) rest = url.substr(pathAt);
+    }
+    size_t fragment = rest.find('#');
+    if (fragment != std::string::npos) rest.erase(fragment);
+    if (rest.empty() || rest[0] == '?') rest.insert(0, "/");
+    return rest;
+}
+
+std::string SignedTextOfRequest(const std::string& method, const std::string& pathAndQuery,
+                                const std::string& timestamp, const std::string& nonce) {
+    return method + "\n" + pathAndQuery + "\n" + timestamp + "\n" + nonce;
+}
+
+std::string SignedTextOfBody(const std::string& timestamp, const std::string& nonce,
+                             const std::string& bodyDigestHex, const std::string& authorization) {
+    std::string text = "BODY\n" + timestamp + "\n" + nonce + "\n" + bodyDigestHex;
+    if (!authorization.empty()) text += "\n" + authorization;
+    return text;
+}
+
+void AddLine(std::string& head, const char* name, const std::string& value) {
+    if (!head.empty()) head += kCrlf;
+    head += name;
+    head += ": ";
+    head += value;
+}
+
+class DefaultHeadProvider final : public IKXHeadProvider {
+public:
+    std::string SignatureHead(HTTPFuncType funcType, const std::string& url,
+                              const std::string& /*host*/, const std::string& projectId,
+                              const std::string& projectSecret,
+                              const std::vector<std::string>& extra,
+                              const std::string& contentType) override {
+        const char* method = MethodOf(funcType);
+        if (method == nullptr || BreaksLine(projectId) || BreaksLine(contentType))
+            return std::string();
+        for (const std::string& line : extra) {
+            if (BreaksLine(line)) return std::string();
+        }
+        const std::string timestamp = std::to_string(NowMs());
+        const std::string nonce = NewNonce();
+        const std::string mac = HmacSha256(
+            projectSecret, SignedTextOfRequest(method, PathAndQuery(url), timestamp, nonce));
+        if (nonce.empty() || mac.empty()) return std::string();
+
+        std::string head;
+        AddLine(head, KX_HDR_PROJECT_ID, projectId);
+        AddLine(head, KX_HDR_TIMESTAMP, timestamp);
+        AddLine(head, KX_HDR_NONCE, nonce);
+        AddLine(head, KX_HDR_SIGNATURE, Base64Of(mac));
+        if (!contentType.empty()) AddLine(head, "Content-Type", contentType);
+        for (const std::string& line : extra) {
+            if (line.empty()) continue;
+            head += kCrlf;
+            head += line;
+        }
+        return head;
+    }
+
+    std::string BIDHeadToken(const std::string& token) override {
+        if (token.empty() || BreaksLine(token)) return std::string();
+        std::string head;
+        AddLine(head, KX_HDR_TOKEN, token);
+        return head;
+    }
+
+    std::string InkwellHead(const std::string& projectId, const std::string& projectSecret,
+                            const std::string& body, const std::string& authorization) override {
+        if (BreaksLine(projectId) || BreaksLine(authorization)) return std::string();
+        const std::string timestamp = std::to_string(NowMs());
+        const std::string nonce = NewNonce();
+        const std::string digest = Sha256(body);
+        if (nonce.empty() || digest.empty()) return std::string();
+        const std::string digestHex = HexOf(digest);
+        const std::string mac =
+            HmacSha256(projectSecret, SignedTextOfBody(timestamp, nonce, digestHex, authorization));
+        if (mac.empty()) return std::string();
+
+        std::string head;
+        AddLine(head, KX_HDR_PROJECT_ID, projectId);
+        AddLine(head, KX_HDR_TIMESTAMP, timestamp);
+        AddLine(head, KX_HDR_NONCE, nonce);
+        AddLine(head, KX_HDR_CONTENT_SHA256, digestHex);
+        AddLine(head, KX_HDR_SIGNATURE, Base64Of(mac));
+        if (!authorization.empty()) AddLine(head, KX_HDR_AUTHORIZATION, authorization);
+        return head;
+    }
+};
+
+std::atomic<IKXHeadProvider*> g_installed{nullptr};
+
+IKXHeadProvider& CurrentProvider() {
+    static DefaultHeadProvider defaultProvider;
+    IKXHeadProvider* installed = g_installed.load(std::memory_order_acquire);
+    return installed != nullptr ? *installed : defaultProvider;
+}
+
+// ---------------------------------------------------------------------------
+// Server side.
+
+std::string Trimmed(const std::string& value) {
+    size_t first = value.find_first_not_of(" \t");
+    if (first == std::string::npos) return std::string();
+    size_t last = value.find_last_not_of(" \t");
+    return value.substr(first, last - first + 1);
+}
+
+bool IsLowerHex(const std::string& text, size_t length) {
+    if (text.size() != length) return false;
+    for (char c : text) {
+        if (!((c >= '0' && c <= '9') || (c >= 'a' && c <= 'f'))) return false;
+    }
+    return true;
+}
+
+bool ParseTimestamp(const std::string& text, long long& out) {
+    if (text.empty() || text.size() > 18) return false;
+    long long value = 0;
+    for (char c : text) {
+        if (c < '0' || c > '9') return false;
+        value = value * 10 + (c - '0');
+    }
+    out = value;
+    return true;
+}
+
+// The 32 MAC bytes of a signature header; only the canonical Base64 text of
+// exactly 32 bytes is accepted.
+bool DecodeMac(const std::string& text, std::string& mac) {
+    if (text.size() != 4 * ((kMacBytes + 2) / 3)) return false;
+    unsigned char raw[4 * ((kMacBytes + 2) / 3)];
+    int decoded = EVP_DecodeBlock(raw, reinterpret_cast<const unsigned char*>(text.data()),
+                                  static_cast<int>(text.size()));
+    if (decoded < static_cast<int>(kMacBytes)) return false;
+    if (Base64(raw, kMacBytes) != text) return false;
+    mac.assign(reinterpret_cast<char*>(raw), kMacBytes);
+    return true;
+}
+
+bool SameBytes(const std::string& a, const std::string& b) {
+    return a.size() == b.size() && CRYPTO_memcmp(a.data(), b.data(), a.size()) == 0;
+}
+
+bool Stale(long long nowMs, long long timestamp, long long windowMs) {
+    if (windowMs < 0) return true;
+    unsigned long long distance =
+        nowMs >= timestamp
+            ? static_cast<unsigned long long>(nowMs) - static_cast<unsigned long long>(timestamp)
+            : static_cast<unsigned long long>(timestamp) - static_cast<unsigned long long>(nowMs);
+    return distance > static_cast<unsigned long long>(windowMs);
+}
+
+// What both verifiers share: the identity headers, checked in the order
+// missing, unknown project, stale.
+struct Identity {
+    std::string projectId;
+    std::string timestampText;
+    std::string nonce;
+    std::string mac;
+    std::string secret;
+};
+
+KXHeadCheck ReadIdentity(const KXHeaderGetter& header, const KXSecretLookup& lookup,
+                         long long nowMs, long long windowMs, Identity& id) {
+    if (!header) return KX_HEAD_MISSING;
+    id.projectId = Trimmed(header(KX_HDR_PROJECT_ID));
+    id.timestampText = Trimmed(header(KX_HDR_TIMESTAMP));
+    id.nonce = Trimmed(header(KX_HDR_NONCE));
+    const std::string signature = Trimmed(header(KX_HDR_SIGNATURE));
+    long long timestamp = 0;
+    if (id.projectId.empty() || !ParseTimestamp(id.timestampText, timestamp) ||
+        !IsLowerHex(id.nonce, 2 * kNonceBytes) || !DecodeMac(signature, id.mac))
+        return KX_HEAD_MISSING;
+    if (!lookup || !lookup(id.projectId, id.secret)) return KX_HEAD_UNKNOWN_PROJECT;
+    if (Stale(nowMs, timestamp, windowMs)) return KX_HEAD_STALE;
+    return KX_HEAD_OK;
+}
+
+}  // namespace
+
+IKXHeadProvider::~IKXHeadProvider() = default;
+
+IKXHeadProvider* IWK_SetHeadProvider(IKXHeadProvider* provider) {
+    return g_installed.exchange(provider, std::memory_order_acq_rel);
+}
+
+std::string CIWKHttp::GetSignatureHead(HTTPFuncType funcType, const std::string& url,
+                                       const std::string& host, const std::string& projectId,
+                                       const std::string& projectSecret,
+                                       std::vector<std::string> extra, std::string contentType) {
+    try {
+        return CurrentProvider().SignatureHead(funcType, url, host, projectId, projectSecret, extra,
+                                               contentType);
+    } catch (...) {
+        return std::string();
+    }
+}
+
+std::string CIWKHttp::GetBIDHeadToken(std::string token) {
+    try {
+        return CurrentProvider().BIDHeadToken(token);
+    } catch (...) {
+        return std::string();
+    }
+}
+
+std::string CIWKHttp::GenInkwellHttpHead(const std::string& projectId,
+                                         const std::string& projectSecret, const std::string& body,
+                                         const std::string& authorization) {
+    try {
+        return CurrentProvider().InkwellHead(projectId, projectSecret, body, authorization);
+    } catch (...) {
+        return std::string();
+    }
+}
+
+KXHeadCheck IWK_VerifySignatureHead(const std::string& method, const std::string& target,
+                                    const KXHeaderGetter& header, const KXSecretLookup& lookup,
+                                    long long nowMs, long long windowMs) {
+    try {
+        Identity id;
+        KXHeadCheck check = ReadIdentity(header, lookup, nowMs, windowMs, id);
+        if (check != KX_HEAD_OK) return check;
+        const std::string expected = HmacSha256(
+            id.secret,
+            SignedTextOfRequest(method, PathAndQuery(target), id.timestampText, id.nonce));
+        return SameBytes(expected, id.mac) ? KX_HEAD_OK : KX_HEAD_BAD_SIGNATURE;
+    } catch (...) {
+        // A check that could not be made is a refusal.
+        return KX_HEAD_BAD_SIGNATURE;
+    }
+}
+
+KXHeadCheck IWK_VerifyInkwellHead(const std::string& body, const KXHeaderGetter& header,
+                                  const KXSecretLookup& lookup, long long nowMs, long long windowMs,
+                                  std::string* authorization) {
+    try {
+        if (authorization != nullptr) authorization->clear();
+        if (!header) return KX_HEAD_MISSING;
+        const std::string claimedDigest = Trimmed(header(KX_HDR_CONTENT_SHA256));
+        if (!IsLowerHex(claimedDigest, 2 * kMacBytes)) return KX_HEAD_MISSING;
+        Identity id;
+        KXHeadCheck check = ReadIdentity(header, lookup, nowMs, windowMs, id);
+        if (check != KX_HEAD_OK) return check;
+        const std::string carried = Trimmed(header(KX_HDR_AUTHORIZATION));
+        const std::string expected = HmacSha256(
+            id.secret, SignedTextOfBody(id.timestampText, id.nonce, claimedDigest, carried));
+        if (!SameBytes(expected, id.mac)) return KX_HEAD_BAD_SIGNATURE;
+        if (!SameBytes(HexOf(Sha256(body)), claimedDigest)) return KX_HEAD_BAD_SIGNATURE;
+        if (authorization != nullptr) *authorization = carried;
+        return KX_HEAD_OK;
+    } catch (...) {
+        return KX_HEAD_BAD_SIGNATURE;
+    }
+}

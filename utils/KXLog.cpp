@@ -1,0 +1,409 @@
+// The log: one line per call, secrets masked, appended to a size-rotated file.
+#include "KXUtils.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include <fcntl.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace {
+
+const char kSection[] = "KXUtils";
+const char kMask[] = "******";
+const int kDefaultMaxBytes = 10485760;
+
+// ---------------------------------------------------------------------------
+// Masking
+
+// Registered secrets, replaced as a whole list so that a line masks against
+// a consistent copy without holding the lock. Never destroyed: a static
+// destructor elsewhere may still log at exit.
+struct SecretList {
+    std::mutex mutex;
+    std::shared_ptr<const std::vector<std::string>> list =
+        std::make_shared<const std::vector<std::string>>();
+};
+
+SecretList& SecretState() {
+    static SecretList* state = new SecretList;
+    return *state;
+}
+
+std::shared_ptr<const std::vector<std::string>> Secrets() {
+    SecretList& state = SecretState();
+    std::lock_guard<std::mutex> lock(state.mutex);
+    return state.list;
+}
+
+const char* const kSecretKeys[] = {"password", "passwd",        "pwd",       "signPwd",
+                                   "secret",   "ProjectSecret", "appSecret", "X-KX-Signature"};
+
+char Lower(char c) {
+    return (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
+bool MatchNoCase(const std::string& s, size_t at, const char* word) {
+    for (size_t k = 0; word[k]; ++k) {
+        if (at + k >= s.size() || Lower(s[at + k]) != Lower(word[k])) return false;
+    }
+    return true;
+}
+
+bool IsBlank(char c) {
+    return c == ' ' || c == '\t';
+}
+
+bool EndsPlainValue(char c) {
+    return c == '&' || c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == '"' || c == '\'' ||
+           c == ',' || c == ';' || c == '>';
+}
+
+// End of a JSON string body that starts at `from` (just after the opening
+// quote); with `escaped` the quotes themselves stand as \" (JSON in a JSON string).
+size_t JsonStringEnd(const std::string& s, size_t from, bool escaped) {
+    if (escaped) {
+        const size_t end = s.find("\\\"", from);
+        return end == std::string::npos ? s.size() : end;
+    }
+    size_t i = from;
+    while (i < s.size() && s[i] != '"') i += (s[i] == '\\') ? 2 : 1;
+    return std::min(i, s.size());
+}
+
+// Finds the value that follows a key name ending at `j`. On success [begin, end)
+// is the text to hide.
+bool FindValue(const std::string& s, size_t j, size_t& begin, size_t& end) {
+    if (j >= s.size()) return false;
+    if (s[j] == '=') {
+        // key=value, as in a query or a form body.
+        size_t v = j + 1;
+        if (v < s.size() && (s[v] == '"' || s[v] == '\'')) {
+            const size_t close = s.find(s[v], v + 1);
+            begin = v + 1;
+            end = close == std::string::npos ? s.size() : close;
+            return end > begin;
+        }
+        begin = v;
+        while (v < s.size() && !EndsPlainValue(s[v])) ++v;
+        end = v;
+        return end > begin;
+    }
+    if (s[j] == '"' || (s[j] == '\\' && j + 1 < s.size() && s[j + 1] == '"')) {
+        // "key":"value" or "key":123, plain or escaped inside another string.
+        const bool escaped = s[j] == '\\';
+        size_t v = j + (escaped ? 2 : 1);
+        while (v < s.size() && IsBlank(s[v])) ++v;
+        if (v >= s.size() || s[v] != ':') return false;
+        ++v;
+        while (v < s.size() && IsBlank(s[v])) ++v;
+        if (v >= s.size()) return false;
+        if (escaped ? (s[v] == '\\' && v + 1 < s.size() && s[v + 1] == '"') : s[v] == '"') {
+            begin = v + (escaped ? 2 : 1);
+            end = JsonStringEnd(s, begin, escaped);
+            return end > begin;
+        }
+        if (s[v] == '-' || (s[v] >= '0' && s[v] <= '9')) {
+            begin = v;
+            while (v < s.size() && s[v] != ',' && s[v] != '}' && s[v] != ']' && !IsBlank(s[v]) &&
+                   s[v] != '\r' && s[v] != '\n' && s[v] != '\\') {
+                ++v;
+            }
+            end = v;
+            return end > begin;
+        }
+        return false;
+    }
+    if (s[j] == ':') {
+        // key: value, a header line: the rest of the line.
+        size_t v = j + 1;
+        while (v < s.size() && IsBlank(s[v])) ++v;
+        begin = v;
+        while (v < s.size() && s[v] != '\r' && s[v] != '\n') ++v;
+        end = v;
+        return end > begin;
+    }
+    return false;
+}
+
+std::string MaskKeys(const std::string& s) {
+    std::string out;
+    out.reserve(s.size());
+    size_t copied = 0;
+    size_t i = 0;
+    while (i < s.size()) {
+        const char c = Lower(s[i]);
+        // Every key starts with one of these letters; skip the rest quickly.
+        if (c != 'p' && c != 's' && c != 'a' && c != 'x') {
+            ++i;
+            continue;
+        }
+        bool masked = false;
+        for (const char* key : kSecretKeys) {
+            if (!MatchNoCase(s, i, key)) continue;
+            size_t begin = 0, end = 0;
+            if (FindValue(s, i + std::char_traits<char>::length(key), begin, end)) {
+                out.append(s, copied, begin - copied);
+                out += kMask;
+                copied = end;
+                i = end;
+                masked = true;
+                break;
+            }
+        }
+        if (!masked) ++i;
+    }
+    out.append(s, copied, std::string::npos);
+    return out;
+}
+
+std::string MaskText(const std::string& text) {
+    std::string s = text;
+    const auto secrets = Secrets();
+    for (const std::string& secret : *secrets) {
+        size_t pos = s.find(secret);
+        if (pos == std::string::npos) continue;
+        std::string out;
+        size_t from = 0;
+        for (; pos != std::string::npos; pos = s.find(secret, from)) {
+            out.append(s, from, pos - from);
+            out += kMask;
+            from = pos + secret.size();
+        }
+        out.append(s, from, std::string::npos);
+        s.swap(out);
+    }
+    return MaskKeys(s);
+}
+
+// ---------------------------------------------------------------------------
+// Line text
+
+bool FormatV(const char* format, va_list ap, std::string& out) {
+    char small[1024];
+    va_list copy;
+    va_copy(copy, ap);
+    const int n = std::vsnprintf(small, sizeof small, format, copy);
+    va_end(copy);
+    if (n < 0) return false;
+    if (static_cast<size_t>(n) < sizeof small) {
+        out.assign(small, static_cast<size_t>(n));
+        return true;
+    }
+    out.assign(static_cast<size_t>(n) + 1, '\0');
+    const int m = std::vsnprintf(&out[0], out.size(), format, ap);
+    if (m < 0) return false;
+    out.resize(static_cast<size_t>(std::min(m, n)));
+    return true;
+}
+
+std::string Prefix(int level) {
+    struct timespec now;
+    ::clock_gettime(CLOCK_REALTIME, &now);
+    struct tm tm;
+    ::localtime_r(&now.tv_sec, &tm);
+    const long tid = static_cast<long>(::syscall(SYS_gettid));
+    std::string levelName;
+    switch (level) {
+        case KX_LOG_TRACE:
+            levelName = "TRACE";
+            break;
+        case KX_LOG_INFO:
+            levelName = "INFO";
+            break;
+        case KX_LOG_WARN:
+            levelName = "WARN";
+            break;
+        case KX_LOG_ERROR:
+            levelName = "ERROR";
+            break;
+        default:
+            levelName = std::to_string(level);
+            break;
+    }
+    char head[96];
+    const int n = std::snprintf(head, sizeof head, "%04d-%02d-%02d %02d:%02d:%02d.%03ld %ld ",
+                                tm.tm_year + 1900, tm.tm_mon + 1, tm.tm_mday, tm.tm_hour, tm.tm_min,
+                                tm.tm_sec, now.tv_nsec / 1000000L, tid);
+    std::string out(head, n > 0 ? std::min(static_cast<size_t>(n), sizeof head - 1) : 0);
+    return out + levelName + " ";
+}
+
+// ---------------------------------------------------------------------------
+// Destination
+
+std::string HomeDir() {
+    const char* home = std::getenv("HOME");
+    if (home && *home) return home;
+    struct passwd pw;
+    struct passwd* found = nullptr;
+    std::vector<char> buf(16384);
+    if (::getpwuid_r(::getuid(), &pw, buf.data(), buf.size(), &found) == 0 && found &&
+        found->pw_dir) {
+        return found->pw_dir;
+    }
+    return std::string();
+}
+
+std::string LogPath() {
+    const char* env = std::getenv("KX_LOG_FILE");
+    if (env && *env) return env;
+    std::string configured;
+    if (IWK_GetConfigByKey(kSection, "LogFile", configured, std::string()) && !configured.empty()) {
+        return configured;
+    }
+    const char* state = std::getenv("XDG_STATE_HOME");
+    if (state && state[0] == '/') return std::string(state) + "/kxserverapi/KXServerApi.log";
+    const std::string home = HomeDir();
+    if (home.empty()) return "-";
+    return home + "/.local/state/kxserverapi/KXServerApi.log";
+}
+
+bool MakeParentDirs(const std::string& path) {
+    const size_t slash = path.rfind('/');
+    if (slash == std::string::npos || slash == 0) return true;
+    const std::string dir = path.substr(0, slash);
+    struct stat st;
+    if (::stat(dir.c_str(), &st) == 0) return S_ISDIR(st.st_mode);
+    for (size_t pos = 1; pos <= dir.size(); ++pos) {
+        if (pos != dir.size() && dir[pos] != '/') continue;
+        if (::mkdir(dir.substr(0, pos).c_str(), 0700) != 0 && errno != EEXIST) return false;
+    }
+    return true;
+}
+
+void WriteAll(int fd, const std::string& data) {
+    size_t done = 0;
+    while (done < data.size()) {
+        const ssize_t n = ::write(fd, data.data() + done, data.size() - done);
+        if (n < 0) {
+            if (errno == EINTR) continue;
+            return;
+        }
+        done += static_cast<size_t>(n);
+    }
+}
+
+// The open log file. Guarded by g_sinkMutex, which also keeps lines whole.
+struct Sink {
+    std::string path;
+    int fd = -1;
+
+    void Close() {
+        if (fd >= 0) ::close(fd);
+        fd = -1;
+        path.clear();
+    }
+
+    bool Open(const std::string& p) {
+        Close();
+        if (!MakeParentDirs(p)) return false;
+        fd = ::open(p.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
+        if (fd < 0) return false;
+        path = p;
+        return true;
+    }
+
+    // Open on `p`, and on the file that now stands there: after a rotation by
+    // another process or a removal, the old descriptor points elsewhere.
+    bool Ensure(const std::string& p) {
+        if (fd >= 0 && path == p) {
+            struct stat onDisk, open;
+            if (::stat(p.c_str(), &onDisk) == 0 && ::fstat(fd, &open) == 0 &&
+                onDisk.st_dev == open.st_dev && onDisk.st_ino == open.st_ino) {
+                return true;
+            }
+        }
+        return Open(p);
+    }
+};
+
+// Never destroyed, for the same reason as the secret list.
+Sink& TheSink() {
+    static Sink* sink = new Sink;
+    return *sink;
+}
+
+std::mutex g_sinkMutex;
+
+void Emit(const std::string& line) {
+    const std::string path = LogPath();
+    int maxBytes = kDefaultMaxBytes;
+    IWK_GetConfigByKey(kSection, "LogMaxBytes", maxBytes, kDefaultMaxBytes);
+    if (maxBytes <= 0) maxBytes = kDefaultMaxBytes;
+
+    std::lock_guard<std::mutex> lock(g_sinkMutex);
+    Sink& sink = TheSink();
+    if (path == "-") {
+        WriteAll(STDERR_FILENO, line);
+        return;
+    }
+    if (!sink.Ensure(path)) return;
+    struct stat st;
+    if (::fstat(sink.fd, &st) == 0 && st.st_size > 0 &&
+        static_cast<unsigned long long>(st.st_size) + line.size() >
+            static_cast<unsigned long long>(maxBytes)) {
+        const std::string old = path + ".1";
+        ::rename(path.c_str(), old.c_str());
+        if (!sink.Open(path)) return;
+    }
+    // One write per line with O_APPEND: lines of several processes never mix.
+    WriteAll(sink.fd, line);
+}
+
+}  // namespace
+
+void KX_WriteLog(KX_LOG_LEVEL level, const char* format, ...) {
+    try {
+        if (!format) return;
+        int minLevel = 1;
+        IWK_GetConfigByKey(kSection, "LogLevel", minLevel, 1);
+        if (static_cast<int>(level) < minLevel) return;
+
+        std::string text;
+        bool formatted = false;
+        va_list ap;
+        va_start(ap, format);
+        try {
+            formatted = FormatV(format, ap, text);
+        } catch (...) {
+            formatted = false;
+        }
+        va_end(ap);
+        if (!formatted) text = std::string("(unformattable log text) ") + format;
+
+        Emit(Prefix(static_cast<int>(level)) + MaskText(text) + "\n");
+    } catch (...) {
+        // The log never disturbs its caller.
+    }
+}
+
+void IWK_RegisterSecret(const std::string& secret) {
+    try {
+        if (secret.size() < 4) return;
+        SecretList& state = SecretState();
+        std::lock_guard<std::mutex> lock(state.mutex);
+        if (std::find(state.list->begin(), state.list->end(), secret) != state.list->end()) {
+            return;
+        }
+        auto next = std::make_shared<std::vector<std::string>>(*state.list);
+        next->push_back(secret);
+        // Longer first, so that a secret holding a shorter one is hidden whole.
+        std::stable_sort(
+            next->begin(), next->end(),
+            [](const std::string& a, const std::string& b) { return a.size() > b.size(); });
+        state.list = std::move(next);
+    } catch (...) {
+    }
+}

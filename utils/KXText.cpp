@@ -1,0 +1,431 @@
+// Text helpers: lengths, case, URL/Base64/hex encodings, digests, random
+// bytes, JWT payloads, UTF-8 <-> UTF-32 and masking of JSON values.
+#include "KXUtils.h"
+
+#include <cstring>
+#include <memory>
+#include <new>
+
+#include <openssl/evp.h>
+#include <openssl/rand.h>
+
+namespace {
+
+const char kB64Std[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+
+char AsciiLower(char c) {
+    return (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
+bool IsB64Space(char c) {
+    return c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == '\v' || c == '\f';
+}
+
+int B64Value(unsigned char c, bool url) {
+    if (c >= 'A' && c <= 'Z') return c - 'A';
+    if (c >= 'a' && c <= 'z') return c - 'a' + 26;
+    if (c >= '0' && c <= '9') return c - '0' + 52;
+    if (c == (url ? '-' : '+')) return 62;
+    if (c == (url ? '_' : '/')) return 63;
+    return -1;
+}
+
+// Decodes Base64 of either alphabet; false on any malformed input. With
+// paddingOptional a final group of 2 or 3 characters may stand unpadded.
+bool B64Decode(const std::string& in, bool url, bool paddingOptional, std::string& out) {
+    std::string s;
+    s.reserve(in.size());
+    for (char c : in) {
+        if (!IsB64Space(c)) s.push_back(c);
+    }
+    size_t pad = 0;
+    while (pad < s.size() && pad < 2 && s[s.size() - 1 - pad] == '=') ++pad;
+    const size_t body = s.size() - pad;
+    if (pad > 0 || !paddingOptional) {
+        if (s.size() % 4 != 0) return false;
+    } else if (body % 4 == 1) {
+        return false;
+    }
+    out.clear();
+    out.reserve(body / 4 * 3 + 3);
+    unsigned int acc = 0;
+    int bits = 0;
+    for (size_t i = 0; i < body; ++i) {
+        const int v = B64Value(static_cast<unsigned char>(s[i]), url);
+        if (v < 0) return false;
+        acc = (acc << 6) | static_cast<unsigned int>(v);
+        bits += 6;
+        if (bits >= 8) {
+            bits -= 8;
+            out.push_back(static_cast<char>((acc >> bits) & 0xFF));
+        }
+    }
+    // A lone trailing character of a group cannot carry a whole byte.
+    if (body % 4 == 1) return false;
+    return true;
+}
+
+// Encodes one code point; invalid ones (surrogates, beyond U+10FFFF) become U+FFFD.
+void AppendUtf8(std::string& out, unsigned long cp) {
+    if ((cp >= 0xD800 && cp <= 0xDFFF) || cp > 0x10FFFF) cp = 0xFFFD;
+    if (cp < 0x80) {
+        out.push_back(static_cast<char>(cp));
+    } else if (cp < 0x800) {
+        out.push_back(static_cast<char>(0xC0 | (cp >> 6)));
+        out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
+    } else if (cp < 0x10000) {
+        out.push_back(static_cast<char>(0xE0 | (cp >> 12)));
+        out.push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
+        out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
+    } else {
+        out.push_back(static_cast<char>(0xF0 | (cp >> 18)));
+        out.push_back(static_cast<char>(0x80 | ((cp >> 12) & 0x3F)));
+        out.push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
+        out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
+    }
+}
+
+// Byte length of the UTF-8 character at s[i]; a stray or broken byte counts
+// as a character of its own so that masking never splits a valid sequence.
+size_t Utf8CharLen(const std::string& s, size_t i) {
+    const unsigned char c = static_cast<unsigned char>(s[i]);
+    size_t n = 1;
+    if (c >= 0xC2 && c <= 0xDF) {
+        n = 2;
+    } else if (c >= 0xE0 && c <= 0xEF) {
+        n = 3;
+    } else if (c >= 0xF0 && c <= 0xF4) {
+        n = 4;
+    }
+    if (i + n > s.size()) return 1;
+    for (size_t k = 1; k < n; ++k) {
+        if ((static_cast<unsigned char>(s[i + k]) & 0xC0) != 0x80) return 1;
+    }
+    return n;
+}
+
+// Keeps `start` characters, turns the next `length` into '*'; false when no
+// character was replaced.
+bool MaskChars(const std::string& in, int start, int length, std::string& out) {
+    if (length <= 0) return false;
+    if (start < 0) start = 0;
+    out.clear();
+    out.reserve(in.size());
+    long index = 0;
+    bool changed = false;
+    for (size_t i = 0; i < in.size();) {
+        const size_t n = Utf8CharLen(in, i);
+        if (index >= start && index - start < length) {
+            out.push_back('*');
+            changed = true;
+        } else {
+            out.append(in, i, n);
+        }
+        i += n;
+        ++index;
+    }
+    return changed;
+}
+
+bool MaskTree(Json::Value& node, const KX_TuoMinData* rules, int count, int depth) {
+    // The parser already limits nesting; this only guards the stack.
+    if (depth > 10000) return false;
+    bool changed = false;
+    if (node.isArray()) {
+        for (Json::Value::ArrayIndex i = 0; i < node.size(); ++i) {
+            changed = MaskTree(node[i], rules, count, depth + 1) || changed;
+        }
+        return changed;
+    }
+    if (!node.isObject()) return false;
+    for (auto it = node.begin(); it != node.end(); ++it) {
+        Json::Value& member = *it;
+        if (member.isString() || member.isNumeric()) {
+            const std::string name = it.name();
+            for (int r = 0; r < count; ++r) {
+                if (rules[r].type != KX_TUOMIN_JSON_KEY || rules[r].key != name) continue;
+                std::string masked;
+                if (MaskChars(kxjson::String(member), rules[r].start, rules[r].length, masked)) {
+                    member = Json::Value(masked);
+                    changed = true;
+                }
+            }
+        } else {
+            changed = MaskTree(member, rules, count, depth + 1) || changed;
+        }
+    }
+    return changed;
+}
+
+}  // namespace
+
+KX_TuoMinData::KX_TuoMinData(KX_TuoMinDataType type_, const char* key_, int start_, int length_)
+    : type(type_), key(key_ ? key_ : ""), start(start_), length(length_) {}
+
+unsigned int IWK_Len(const char* s) {
+    return s ? static_cast<unsigned int>(std::strlen(s)) : 0u;
+}
+
+int IWK_Compare(const std::string& a, const std::string& b, bool ignoreCase) {
+    const size_t n = a.size() < b.size() ? a.size() : b.size();
+    for (size_t i = 0; i < n; ++i) {
+        unsigned char x = static_cast<unsigned char>(a[i]);
+        unsigned char y = static_cast<unsigned char>(b[i]);
+        if (ignoreCase) {
+            x = static_cast<unsigned char>(AsciiLower(static_cast<char>(x)));
+            y = static_cast<unsigned char>(AsciiLower(static_cast<char>(y)));
+        }
+        if (x != y) return x < y ? -1 : 1;
+    }
+    if (a.size() == b.size()) return 0;
+    return a.size() < b.size() ? -1 : 1;
+}
+
+void IWK_Upper(char* s, int length) {
+    if (!s) return;
+    if (length < 0) {
+        for (; *s; ++s) {
+            if (*s >= 'a' && *s <= 'z') *s = static_cast<char>(*s - 'a' + 'A');
+        }
+        return;
+    }
+    for (int i = 0; i < length; ++i) {
+        if (s[i] >= 'a' && s[i] <= 'z') s[i] = static_cast<char>(s[i] - 'a' + 'A');
+    }
+}
+
+std::string IWK_UrlEncode(const std::string& s) {
+    static const char hex[] = "0123456789ABCDEF";
+    std::string out;
+    try {
+        out.reserve(s.size() * 3);
+        for (unsigned char c : s) {
+            const bool unreserved = (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') ||
+                                    (c >= '0' && c <= '9') || c == '-' || c == '.' || c == '_' ||
+                                    c == '~';
+            if (unreserved) {
+                out.push_back(static_cast<char>(c));
+            } else {
+                out.push_back('%');
+                out.push_back(hex[c >> 4]);
+                out.push_back(hex[c & 0x0F]);
+            }
+        }
+    } catch (...) {
+        return std::string();
+    }
+    return out;
+}
+
+std::string IWK_Base64Encode(const std::string& s) {
+    std::string out;
+    try {
+        out.reserve((s.size() + 2) / 3 * 4);
+        size_t i = 0;
+        for (; i + 3 <= s.size(); i += 3) {
+            const unsigned int v = (static_cast<unsigned char>(s[i]) << 16) |
+                                   (static_cast<unsigned char>(s[i + 1]) << 8) |
+                                   static_cast<unsigned char>(s[i + 2]);
+            out.push_back(kB64Std[(v >> 18) & 63]);
+            out.push_back(kB64Std[(v >> 12) & 63]);
+            out.push_back(kB64Std[(v >> 6) & 63]);
+            out.push_back(kB64Std[v & 63]);
+        }
+        const size_t rest = s.size() - i;
+        if (rest == 1) {
+            const unsigned int v = static_cast<unsigned char>(s[i]) << 16;
+            out.push_back(kB64Std[(v >> 18) & 63]);
+            out.push_back(kB64Std[(v >> 12) & 63]);
+            out.append("==");
+        } else if (rest == 2) {
+            const unsigned int v = (static_cast<unsigned char>(s[i]) << 16) |
+                                   (static_cast<unsigned char>(s[i + 1]) << 8);
+            out.push_back(kB64Std[(v >> 18) & 63]);
+            out.push_back(kB64Std[(v >> 12) & 63]);
+            out.push_back(kB64Std[(v >> 6) & 63]);
+            out.push_back('=');
+        }
+    } catch (...) {
+        return std::string();
+    }
+    return out;
+}
+
+std::string IWK_Base64Decode(const std::string& s) {
+    try {
+        std::string out;
+        if (!B64Decode(s, false, false, out)) return std::string();
+        return out;
+    } catch (...) {
+        return std::string();
+    }
+}
+
+std::string IWK_CharToHex(const std::string& s) {
+    static const char hex[] = "0123456789abcdef";
+    std::string out;
+    try {
+        out.reserve(s.size() * 2);
+        for (unsigned char c : s) {
+            out.push_back(hex[c >> 4]);
+            out.push_back(hex[c & 0x0F]);
+        }
+    } catch (...) {
+        return std::string();
+    }
+    return out;
+}
+
+std::string IWK_Digest(const std::string& s, KXHashAlg alg) {
+    if (alg != KX_HASH_MD5) return std::string();
+    try {
+        unsigned char md[EVP_MAX_MD_SIZE];
+        unsigned int len = 0;
+        if (EVP_Digest(s.data(), s.size(), md, &len, EVP_md5(), nullptr) != 1) {
+            return std::string();
+        }
+        return std::string(reinterpret_cast<const char*>(md), len);
+    } catch (...) {
+        return std::string();
+    }
+}
+
+std::string IWK_GenRand(int length) {
+    if (length <= 0) return std::string();
+    try {
+        std::string out(static_cast<size_t>(length), '\0');
+        if (RAND_bytes(reinterpret_cast<unsigned char*>(&out[0]), length) != 1) {
+            return std::string();
+        }
+        return out;
+    } catch (...) {
+        return std::string();
+    }
+}
+
+int IWK_JWTDecode(std::string token, std::string& payload) {
+    try {
+        payload.clear();
+        const size_t first = token.find('.');
+        if (first == std::string::npos) return 1;
+        const size_t second = token.find('.', first + 1);
+        if (second == std::string::npos) return 1;
+        std::string decoded;
+        if (!B64Decode(token.substr(first + 1, second - first - 1), true, true, decoded)) {
+            return 1;
+        }
+        payload.swap(decoded);
+        return 0;
+    } catch (...) {
+        payload.clear();
+        return 1;
+    }
+}
+
+std::string IWK_WideCharToUtf8(const std::wstring& s) {
+    std::string out;
+    try {
+        out.reserve(s.size());
+        for (wchar_t wc : s) {
+            // wchar_t is 32 bits here; a negative value is no code point.
+            const long v = static_cast<long>(wc);
+            AppendUtf8(out, v < 0 ? 0xFFFDul : static_cast<unsigned long>(v));
+        }
+    } catch (...) {
+        return std::string();
+    }
+    return out;
+}
+
+std::wstring IWK_Utf8ToWideChar(const std::string& s) {
+    std::wstring out;
+    try {
+        out.reserve(s.size());
+        size_t i = 0;
+        while (i < s.size()) {
+            const unsigned char c = static_cast<unsigned char>(s[i]);
+            if (c < 0x80) {
+                out.push_back(static_cast<wchar_t>(c));
+                ++i;
+                continue;
+            }
+            size_t need = 0;
+            unsigned long cp = 0;
+            unsigned char lo = 0x80, hi = 0xBF;  // range of the second byte
+            if (c >= 0xC2 && c <= 0xDF) {
+                need = 1;
+                cp = c & 0x1F;
+            } else if (c >= 0xE0 && c <= 0xEF) {
+                need = 2;
+                cp = c & 0x0F;
+                if (c == 0xE0) lo = 0xA0;  // no overlong forms
+                if (c == 0xED) hi = 0x9F;  // no surrogates
+            } else if (c >= 0xF0 && c <= 0xF4) {
+                need = 3;
+                cp = c & 0x07;
+                if (c == 0xF0) lo = 0x90;
+                if (c == 0xF4) hi = 0x8F;  // nothing beyond U+10FFFF
+            } else {
+                out.push_back(static_cast<wchar_t>(0xFFFD));
+                ++i;
+                continue;
+            }
+            // One U+FFFD for the longest valid prefix of a broken sequence.
+            size_t j = 1;
+            bool ok = true;
+            for (; j <= need; ++j) {
+                if (i + j >= s.size()) {
+                    ok = false;
+                    break;
+                }
+                const unsigned char b = static_cast<unsigned char>(s[i + j]);
+                const unsigned char l = (j == 1) ? lo : 0x80;
+                const unsigned char h = (j == 1) ? hi : 0xBF;
+                if (b < l || b > h) {
+                    ok = false;
+                    break;
+                }
+                cp = (cp << 6) | (b & 0x3F);
+            }
+            if (ok) {
+                out.push_back(static_cast<wchar_t>(cp));
+                i += need + 1;
+            } else {
+                out.push_back(static_cast<wchar_t>(0xFFFD));
+                i += j;
+            }
+        }
+    } catch (...) {
+        return std::wstring();
+    }
+    return out;
+}
+
+std::string IWK_GetBaseName(const char* path) {
+    if (!path) return std::string();
+    try {
+        const char* base = path;
+        for (const char* p = path; *p; ++p) {
+            if (*p == '/' || *p == '\\') base = p + 1;
+        }
+        return std::string(base);
+    } catch (...) {
+        return std::string();
+    }
+}
+
+std::string IWK_DataTuomin(const std::string& text, const KX_TuoMinData* rules, int count) {
+    try {
+        if (!rules || count <= 0) return text;
+        Json::Value root;
+        if (!kxjson::Parse(text, root)) return text;
+        if (!MaskTree(root, rules, count, 0)) return text;
+        std::string out = kxjson::Write(root);
+        const bool keepNewline = !text.empty() && text.back() == '\n';
+        if (!keepNewline && !out.empty() && out.back() == '\n') out.pop_back();
+        return out;
+    } catch (...) {
+        // Only allocation can fail here; the log gets the text as it was.
+        return text;
+    }
+}

@@ -1,0 +1,216 @@
+// The platform layer: HTTP, request heads, configuration store, last error,
+// digests and encodings, masking, system facts and the log. Everything the
+// client library needs from its environment goes through this header.
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include <json/json.h>
+
+#include "KXCommonType.h"
+
+// ---------------------------------------------------------------------------
+// HTTP
+
+// Progress callback of the request calls; every caller passes null.
+typedef bool (*KXProgressCallback)(long long, long long, long long, long long);
+
+class KXUTILS_API CIWKHttp {
+public:
+    // Synchronous requests. result->errCode is always stored, and the returned
+    // int equals it: 0 for a 2xx reply (msg = the raw reply; strBody too for a
+    // GET of type 1), the HTTP status for 300 and above (msg = the reply or the
+    // status text), or one KX_ERR_HTTP_* code per transport failure class with
+    // the transport's detail in msg.
+    static int Get(std::string url, std::string params, std::string head, KXReqResult* result,
+                   HTTPRequestType type, KXProgressCallback progress);
+    static int Post(std::string url, std::string body, std::string head, KXReqResult* result,
+                    HTTPContentType contentType, HTTPRequestType type, KXProgressCallback progress,
+                    const char* filePath, const char* reserved);
+    static int Put(std::string url, std::string body, std::string head, KXReqResult* result,
+                   HTTPContentType contentType, HTTPRequestType type, KXProgressCallback progress,
+                   const char* filePath, const char* reserved);
+
+    // Scheme (kept when host has one, else https), host, ":port" unless the
+    // port text is empty or "0", then path as it is. flag is reserved.
+    static std::string GetCompleteUrl(const std::string& path, const std::string& host,
+                                      const std::string& port, bool flag);
+
+    // Request heads, made by the installed head provider (see IWK_SetHeadProvider).
+    static std::string GetSignatureHead(HTTPFuncType funcType, const std::string& url,
+                                        const std::string& host, const std::string& projectId,
+                                        const std::string& projectSecret,
+                                        std::vector<std::string> extra, std::string contentType);
+    static std::string GetBIDHeadToken(std::string token);
+    static std::string GenInkwellHttpHead(const std::string& projectId,
+                                          const std::string& projectSecret,
+                                          const std::string& body,
+                                          const std::string& authorization);
+};
+
+// ---------------------------------------------------------------------------
+// Request heads. A head is header lines joined by CRLF.
+
+// Header names of the default scheme.
+#define KX_HDR_PROJECT_ID "X-KX-Project-Id"
+#define KX_HDR_TIMESTAMP "X-KX-Timestamp"
+#define KX_HDR_NONCE "X-KX-Nonce"
+#define KX_HDR_SIGNATURE "X-KX-Signature"
+#define KX_HDR_CONTENT_SHA256 "X-KX-Content-SHA256"
+#define KX_HDR_AUTHORIZATION "X-KX-Authorization"
+#define KX_HDR_TOKEN "X-KX-Token"
+
+// A site that signs differently installs its own provider.
+class KXUTILS_API IKXHeadProvider {
+public:
+    virtual ~IKXHeadProvider();
+    virtual std::string SignatureHead(HTTPFuncType funcType, const std::string& url,
+                                      const std::string& host, const std::string& projectId,
+                                      const std::string& projectSecret,
+                                      const std::vector<std::string>& extra,
+                                      const std::string& contentType) = 0;
+    virtual std::string BIDHeadToken(const std::string& token) = 0;
+    virtual std::string InkwellHead(const std::string& projectId, const std::string& projectSecret,
+                                    const std::string& body, const std::string& authorization) = 0;
+};
+
+// Installs a provider (not owned) and returns the one it replaces; null puts
+// the default scheme back.
+KXUTILS_API IKXHeadProvider* IWK_SetHeadProvider(IKXHeadProvider* provider);
+
+// Server side of the default scheme, for simulators and tests.
+enum KXHeadCheck {
+    KX_HEAD_OK = 0,
+    KX_HEAD_MISSING = 1,          // a header of the scheme is absent or malformed
+    KX_HEAD_UNKNOWN_PROJECT = 2,  // the lookup knows no such project
+    KX_HEAD_STALE = 3,            // timestamp outside the window
+    KX_HEAD_BAD_SIGNATURE = 4,    // signature or body digest does not match
+};
+// Returns the value of a request header by name (case-insensitive), or empty.
+typedef std::function<std::string(const std::string& name)> KXHeaderGetter;
+// Finds the secret of a project; false when the project is unknown.
+typedef std::function<bool(const std::string& projectId, std::string& secret)> KXSecretLookup;
+
+// method: "GET", "POST" or "PUT"; target: path and query as sent on the wire.
+KXUTILS_API KXHeadCheck IWK_VerifySignatureHead(const std::string& method,
+                                                const std::string& target,
+                                                const KXHeaderGetter& header,
+                                                const KXSecretLookup& lookup, long long nowMs,
+                                                long long windowMs);
+// body: the exact request body. authorization, when given, receives the
+// authorization value the head carried (empty when none).
+KXUTILS_API KXHeadCheck IWK_VerifyInkwellHead(const std::string& body,
+                                              const KXHeaderGetter& header,
+                                              const KXSecretLookup& lookup, long long nowMs,
+                                              long long windowMs, std::string* authorization);
+
+// ---------------------------------------------------------------------------
+// Configuration store (an INI file, see README "Configuration").
+
+KXUTILS_API int IWK_GetConfigByKey(const std::string& section, const std::string& key,
+                                   std::string& value, const std::string& fallback);
+KXUTILS_API int IWK_GetConfigByKey(const std::string& section, const std::string& key,
+                                   int& value, int fallback);
+// 1 when written, 0 when the value could not be stored.
+KXUTILS_API int IWK_SetConfigByKey(const std::string& section, const std::string& key,
+                                   const std::string& value);
+KXUTILS_API std::string IWK_DecryptEncryptedConfigInfo(const std::string& stored);
+// The enciphered form of a secret for the store; empty on failure.
+KXUTILS_API std::string IWK_EncryptConfigInfo(const std::string& clear);
+KXUTILS_API std::string IWK_ReplaceSubStrByConfig(std::string text, std::string what,
+                                                  std::string section, std::string key);
+// Path of the store in use now.
+KXUTILS_API std::string IWK_GetConfigFilePath();
+
+// ---------------------------------------------------------------------------
+// Last error (per thread) and error texts.
+
+KXUTILS_API bool IWK_SetLastError(long code);
+KXUTILS_API bool IWK_SetLastError(long code, const std::string& text);
+KXUTILS_API bool IWK_SetLastError(long code, const std::wstring& text);
+// false when this thread has no last error yet.
+KXUTILS_API bool IWK_GetLastError(long& code, std::string& text);
+KXUTILS_API std::string IWK_GetErrorMsg(long code);
+KXUTILS_API bool IWK_IsUnknownError(long code);
+
+// ---------------------------------------------------------------------------
+// JSON.
+
+// Stores an integer value in out, or fallback when value holds none that fits
+// an int. Returns 0 when the value was used, 1 when the fallback was.
+KXUTILS_API long IWK_GetJsonValue(Json::Value value, int& out, int fallback);
+
+// Helpers that never throw, whatever the shape of the document.
+namespace kxjson {
+// Parses like Json::Reader::parse(text, root, true); false on any failure.
+KXUTILS_API bool Parse(const std::string& text, Json::Value& root);
+// Compact text, byte for byte what Json::FastWriter writes (sorted keys,
+// trailing line feed), except that bytes of 0x80 and above pass unchanged.
+KXUTILS_API std::string Write(const Json::Value& value);
+// The member of an object, or a null value for anything else.
+KXUTILS_API const Json::Value& Member(const Json::Value& object, const char* key);
+// Text of a scalar as asString gives it; empty for null, arrays and objects.
+KXUTILS_API std::string String(const Json::Value& value);
+KXUTILS_API std::string String(const Json::Value& object, const char* key);
+// Integer of a value that holds one in range; false otherwise (out untouched).
+KXUTILS_API bool Int(const Json::Value& value, int& out);
+KXUTILS_API bool Int64(const Json::Value& value, long long& out);
+KXUTILS_API bool Bool(const Json::Value& value, bool& out);
+}  // namespace kxjson
+
+// ---------------------------------------------------------------------------
+// Text, encodings, digests.
+
+// One masking rule: the value of JSON key `key` keeps `start` characters,
+// then `length` characters become '*', the rest stays.
+struct KXUTILS_API KX_TuoMinData {
+    KX_TuoMinDataType type;
+    std::string key;
+    int start;
+    int length;
+    KX_TuoMinData(KX_TuoMinDataType type, const char* key, int start, int length);
+};
+
+KXUTILS_API unsigned int IWK_Len(const char* s);
+KXUTILS_API int IWK_Compare(const std::string& a, const std::string& b, bool ignoreCase);
+KXUTILS_API void IWK_Upper(char* s, int length);
+KXUTILS_API std::string IWK_UrlEncode(const std::string& s);
+KXUTILS_API std::string IWK_Base64Encode(const std::string& s);
+KXUTILS_API std::string IWK_Base64Decode(const std::string& s);
+KXUTILS_API std::string IWK_CharToHex(const std::string& s);
+KXUTILS_API std::string IWK_Digest(const std::string& s, KXHashAlg alg);
+KXUTILS_API std::string IWK_GenRand(int length);
+KXUTILS_API int IWK_JWTDecode(std::string token, std::string& payload);
+KXUTILS_API std::string IWK_WideCharToUtf8(const std::wstring& s);
+KXUTILS_API std::wstring IWK_Utf8ToWideChar(const std::string& s);
+KXUTILS_API std::string IWK_GetBaseName(const char* path);
+KXUTILS_API std::string IWK_DataTuomin(const std::string& text, const KX_TuoMinData* rules,
+                                       int count);
+
+// ---------------------------------------------------------------------------
+// System.
+
+KXUTILS_API std::string IWK_GetMacAddress();
+KXUTILS_API long long IWK_GetCurTime();
+KXUTILS_API std::string IWK_GetLanguageName();
+
+// ---------------------------------------------------------------------------
+// Log.
+
+#if defined(__GNUC__)
+#define KX_PRINTF_LIKE(f, a) __attribute__((format(printf, f, a)))
+#else
+#define KX_PRINTF_LIKE(f, a)
+#endif
+
+KXUTILS_API void KX_WriteLog(KX_LOG_LEVEL level, const char* format, ...) KX_PRINTF_LIKE(2, 3);
+// Adds a text that the log never shows (a project secret, say).
+KXUTILS_API void IWK_RegisterSecret(const std::string& secret);
+
+// One line in the frame every line of the library uses:
+// <source [line] - function> <"text">
+#define KX_LOG(level, source, function, fmt, ...) \
+    KX_WriteLog(level, "<%s [%d] - %s> <\"" fmt "\">", source, __LINE__, function, ##__VA_ARGS__)
