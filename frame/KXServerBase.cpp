@@ -42,11 +42,12 @@ long KXServerBase::Init(const _init_Info_s& info) {
     return lRes;
 }
 
-bool KXServerBase::IsInit() { return CheckInitInfo(m_stInitInfo) == KX_OK; }
+bool KXServerBase::IsInit() {
+    return CheckInitInfo(m_stInitInfo) == KX_OK;
+}
 
 long KX_GetServerConfig(const std::string& section, _init_Info_s& info) {
-    KX_LOG(KX_LOG_TRACE, kSource, "KX_GetServerConfig", "section:%s",
-           section.c_str());
+    KX_LOG(KX_LOG_TRACE, kSource, "KX_GetServerConfig", "section:%s", section.c_str());
     IWK_GetConfigByKey(section, "SerType", info.SerType, 0);
     IWK_GetConfigByKey(section, "Host", info.ServerIp, "");
     IWK_GetConfigByKey(section, "Port", info.Port, 0);

@@ -74,8 +74,8 @@ public:
                const std::vector<std::string>& extra = {}) {
         int out[2];
         if (pipe(out) != 0) return;
-        std::vector<std::string> argv = {KXSIM_BIN, "--port", "0", "--state-dir", stateDir,
-                                         "--print-config", configFile};
+        std::vector<std::string> argv = {KXSIM_BIN, "--port",         "0",       "--state-dir",
+                                         stateDir,  "--print-config", configFile};
         argv.insert(argv.end(), extra.begin(), extra.end());
         pid_ = fork();
         if (pid_ == 0) {
@@ -130,8 +130,8 @@ TEST(EndToEnd, KxapiAgainstKxsimOverVerifiedHttps) {
     const std::string ini = ReadFileText(config);
     EXPECT_NE(std::string::npos, ini.find("CAFile=" + env.dir() + "/state/ca.pem"));
 
-    RunResult r = RunTool({KXAPI_BIN, "--config", config, "cert-services", "--cert-sn", "5A1B",
-                       "--ukey-num", "UK1"});
+    RunResult r = RunTool(
+        {KXAPI_BIN, "--config", config, "cert-services", "--cert-sn", "5A1B", "--ukey-num", "UK1"});
     ASSERT_EQ(0, r.status) << r.err;
     Json::Value data;
     ASSERT_TRUE(kxjson::Parse(r.out, data)) << r.out;
@@ -158,7 +158,8 @@ TEST(EndToEnd, KxapiAgainstKxsimOverVerifiedHttps) {
     std::string noCa = ini;
     noCa.replace(noCa.find("CAFile="), 7, "; CAFile=");
     std::ofstream(env.dir() + "/noca.ini") << noCa;
-    r = RunTool({KXAPI_BIN, "--config", env.dir() + "/noca.ini", "cert-services", "--cert-sn", "5A"});
+    r = RunTool(
+        {KXAPI_BIN, "--config", env.dir() + "/noca.ini", "cert-services", "--cert-sn", "5A"});
     EXPECT_EQ(1, r.status);
     EXPECT_NE(std::string::npos, r.err.find("code 10104")) << r.err;
 
@@ -185,8 +186,8 @@ TEST(EndToEnd, SignedRequestsAreCheckedByTheSimulator) {
         std::ofstream(env.dir() + "/wrong.ini") << ini;
     };
     writeWrongSecret();
-    r = RunTool({KXAPI_BIN, "--config", env.dir() + "/wrong.ini", "call", "KXSim", "GET",
-             "/v1/nothing"});
+    r = RunTool(
+        {KXAPI_BIN, "--config", env.dir() + "/wrong.ini", "call", "KXSim", "GET", "/v1/nothing"});
     EXPECT_EQ(1, r.status);
     EXPECT_NE(std::string::npos, r.err.find("code 401")) << r.err;
     EXPECT_NE(std::string::npos, r.err.find("signature does not match")) << r.err;
@@ -198,8 +199,8 @@ TEST(EndToEnd, SignedRequestsAreCheckedByTheSimulator) {
     ASSERT_FALSE(again.baseUrl().empty());
     EXPECT_EQ(caBefore, ReadFileText(env.dir() + "/state/ca.pem"));
     writeWrongSecret();
-    r = RunTool({KXAPI_BIN, "--config", env.dir() + "/wrong.ini", "call", "KXSim", "GET",
-             "/v1/nothing"});
+    r = RunTool(
+        {KXAPI_BIN, "--config", env.dir() + "/wrong.ini", "call", "KXSim", "GET", "/v1/nothing"});
     EXPECT_NE(std::string::npos, r.err.find("code 404")) << r.err;  // checks are off
 }
 

@@ -33,7 +33,10 @@ Json::Value Sample() {
 }  // namespace
 
 TEST(CompactWriter, MatchesFastWriterOnAsciiDocuments) {
-    const Json::Value samples[] = {Sample(), Json::Value(), Json::Value("x"), Json::Value(0),
+    const Json::Value samples[] = {Sample(),
+                                   Json::Value(),
+                                   Json::Value("x"),
+                                   Json::Value(0),
                                    Json::Value(Json::objectValue),
                                    Json::Value(Json::arrayValue)};
     for (const auto& v : samples) EXPECT_EQ(Fast(v), kxjson::Write(v));

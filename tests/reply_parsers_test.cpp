@@ -16,7 +16,9 @@ KXReqResult Reply(const std::string& text) {
     return r;
 }
 
-void ResetLastError() { IWK_SetLastError(-1, "marker"); }
+void ResetLastError() {
+    IWK_SetLastError(-1, "marker");
+}
 
 void ExpectLastErrorUntouched() {
     long code = 0;
@@ -98,12 +100,18 @@ TEST(ReplyParsers, TransportFailurePassesThroughUnparsed) {
 
 TEST(ReplyParsers, UnusableRepliesGive10003AndLeaveLastError) {
     const char* replies[] = {
-        "no json",           "",
-        "[1,2,3]",           "42",
-        "\"text\"",          "null",
-        R"({"code":true})",  R"({"code":1.5})",
-        R"({"code":{}})",    R"({"code":[0]})",
-        R"({"code":4294967296})", R"({"code":"99999999999999999999"})",
+        "no json",
+        "",
+        "[1,2,3]",
+        "42",
+        "\"text\"",
+        "null",
+        R"({"code":true})",
+        R"({"code":1.5})",
+        R"({"code":{}})",
+        R"({"code":[0]})",
+        R"({"code":4294967296})",
+        R"({"code":"99999999999999999999"})",
     };
     for (const char* text : replies) {
         ResetLastError();

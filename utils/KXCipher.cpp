@@ -1,5 +1,6 @@
 // Enciphered configuration values: "KXENC1:" + Base64(IV || ciphertext || tag),
 // AES-256-GCM under a per-user key file.
+#include "KXPaths.h"
 #include "KXUtils.h"
 
 #include <cerrno>
@@ -44,47 +45,12 @@ struct CipherCtx {
     CipherCtx& operator=(const CipherCtx&) = delete;
 };
 
-std::string HomeDir() {
-    const char* home = std::getenv("HOME");
-    if (home && *home) return home;
-    struct passwd pw;
-    struct passwd* found = nullptr;
-    std::vector<char> buf(16384);
-    if (::getpwuid_r(::getuid(), &pw, buf.data(), buf.size(), &found) == 0 && found &&
-        found->pw_dir) {
-        return found->pw_dir;
-    }
-    return std::string();
-}
-
 // Next to the default store, whatever KX_CONFIG_FILE says: the key belongs
 // to the user, not to one store.
 std::string KeyFilePath() {
     const char* explicitPath = std::getenv("KX_CONFIG_KEY_FILE");
     if (explicitPath && *explicitPath) return explicitPath;
-    const char* xdg = std::getenv("XDG_CONFIG_HOME");
-    if (xdg && xdg[0] == '/') return std::string(xdg) + "/kxserverapi/config.key";
-    const std::string home = HomeDir();
-    if (home.empty()) return std::string();
-    return home + "/.config/kxserverapi/config.key";
-}
-
-std::string DirName(const std::string& path) {
-    const size_t slash = path.rfind('/');
-    if (slash == std::string::npos) return ".";
-    if (slash == 0) return "/";
-    return path.substr(0, slash);
-}
-
-bool MakeDirs(const std::string& dir) {
-    struct stat st;
-    if (::stat(dir.c_str(), &st) == 0) return S_ISDIR(st.st_mode);
-    for (size_t pos = 1; pos <= dir.size(); ++pos) {
-        if (pos != dir.size() && dir[pos] != '/') continue;
-        const std::string prefix = dir.substr(0, pos);
-        if (::mkdir(prefix.c_str(), 0700) != 0 && errno != EEXIST) return false;
-    }
-    return ::stat(dir.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+    return kxutils::UserFile("XDG_CONFIG_HOME", ".config", "config.key");
 }
 
 int HexValue(char c) {
@@ -134,7 +100,7 @@ KeyRead ReadKey(const std::string& path, KeyBuffer& key) {
 // temporary file first and then linked into place, which fails when another
 // process got there first; a reader so never sees a half-written key.
 KeyRead CreateKey(const std::string& path, KeyBuffer& key) {
-    if (!MakeDirs(DirName(path))) return KeyRead::Bad;
+    if (!kxutils::MakeParentDirs(path)) return KeyRead::Bad;
     if (RAND_bytes(key.bytes, static_cast<int>(kKeyLen)) != 1) return KeyRead::Bad;
     static const char hex[] = "0123456789abcdef";
     char text[kKeyLen * 2 + 1];

@@ -1,5 +1,6 @@
 // The configuration store: one INI file, read through a stat-validated cache
 // and rewritten atomically (temporary file + rename) under a file lock.
+#include "KXPaths.h"
 #include "KXUtils.h"
 
 #include <cerrno>
@@ -196,46 +197,8 @@ bool WriteAll(int fd, const std::string& data) {
     return true;
 }
 
-std::string DirName(const std::string& path) {
-    const size_t slash = path.rfind('/');
-    if (slash == std::string::npos) return ".";
-    if (slash == 0) return "/";
-    return path.substr(0, slash);
-}
-
-// Creates every missing directory above `path` with mode 0700.
-bool MakeParentDirs(const std::string& path) {
-    const std::string dir = DirName(path);
-    struct stat st;
-    if (::stat(dir.c_str(), &st) == 0) return S_ISDIR(st.st_mode);
-    for (size_t pos = 1; pos <= dir.size(); ++pos) {
-        if (pos != dir.size() && dir[pos] != '/') continue;
-        const std::string prefix = dir.substr(0, pos);
-        if (::mkdir(prefix.c_str(), 0700) != 0 && errno != EEXIST) return false;
-    }
-    return ::stat(dir.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
-}
-
-std::string HomeDir() {
-    const char* home = std::getenv("HOME");
-    if (home && *home) return home;
-    struct passwd pw;
-    struct passwd* found = nullptr;
-    std::vector<char> buf(16384);
-    if (::getpwuid_r(::getuid(), &pw, buf.data(), buf.size(), &found) == 0 && found &&
-        found->pw_dir) {
-        return found->pw_dir;
-    }
-    return std::string();
-}
-
 std::string DefaultConfigPath() {
-    const char* xdg = std::getenv("XDG_CONFIG_HOME");
-    // Relative values are invalid by the XDG rules and are ignored.
-    if (xdg && xdg[0] == '/') return std::string(xdg) + "/kxserverapi/KXServerApi.ini";
-    const std::string home = HomeDir();
-    if (home.empty()) return std::string();
-    return home + "/.config/kxserverapi/KXServerApi.ini";
+    return kxutils::UserFile("XDG_CONFIG_HOME", ".config", "KXServerApi.ini");
 }
 
 // ---------------------------------------------------------------------------
@@ -416,7 +379,7 @@ bool ReplaceFile(const std::string& target, const std::string& content, mode_t m
         return false;
     }
     // The rename itself must reach the disk too.
-    Fd dir(::open(DirName(target).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    Fd dir(::open(kxutils::DirName(target).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (dir.get() >= 0) ::fsync(dir.get());
     return true;
 }
@@ -426,7 +389,7 @@ bool SetKey(const std::string& section, const std::string& key, const std::strin
     if (path.empty()) return false;
 
     std::lock_guard<std::mutex> guard(g_writeMutex);
-    if (!MakeParentDirs(path)) return false;
+    if (!kxutils::MakeParentDirs(path)) return false;
     const std::string lockPath = path + ".lock";
     Fd lockFd(::open(lockPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
     if (lockFd.get() < 0) return false;

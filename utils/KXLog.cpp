@@ -1,4 +1,5 @@
 // The log: one line per call, secrets masked, appended to a size-rotated file.
+#include "KXPaths.h"
 #include "KXUtils.h"
 
 #include <algorithm>
@@ -243,19 +244,6 @@ std::string Prefix(int level) {
 // ---------------------------------------------------------------------------
 // Destination
 
-std::string HomeDir() {
-    const char* home = std::getenv("HOME");
-    if (home && *home) return home;
-    struct passwd pw;
-    struct passwd* found = nullptr;
-    std::vector<char> buf(16384);
-    if (::getpwuid_r(::getuid(), &pw, buf.data(), buf.size(), &found) == 0 && found &&
-        found->pw_dir) {
-        return found->pw_dir;
-    }
-    return std::string();
-}
-
 std::string LogPath() {
     const char* env = std::getenv("KX_LOG_FILE");
     if (env && *env) return env;
@@ -263,24 +251,8 @@ std::string LogPath() {
     if (IWK_GetConfigByKey(kSection, "LogFile", configured, std::string()) && !configured.empty()) {
         return configured;
     }
-    const char* state = std::getenv("XDG_STATE_HOME");
-    if (state && state[0] == '/') return std::string(state) + "/kxserverapi/KXServerApi.log";
-    const std::string home = HomeDir();
-    if (home.empty()) return "-";
-    return home + "/.local/state/kxserverapi/KXServerApi.log";
-}
-
-bool MakeParentDirs(const std::string& path) {
-    const size_t slash = path.rfind('/');
-    if (slash == std::string::npos || slash == 0) return true;
-    const std::string dir = path.substr(0, slash);
-    struct stat st;
-    if (::stat(dir.c_str(), &st) == 0) return S_ISDIR(st.st_mode);
-    for (size_t pos = 1; pos <= dir.size(); ++pos) {
-        if (pos != dir.size() && dir[pos] != '/') continue;
-        if (::mkdir(dir.substr(0, pos).c_str(), 0700) != 0 && errno != EEXIST) return false;
-    }
-    return true;
+    const std::string path = kxutils::UserFile("XDG_STATE_HOME", ".local/state", "KXServerApi.log");
+    return path.empty() ? "-" : path;
 }
 
 void WriteAll(int fd, const std::string& data) {
@@ -308,7 +280,7 @@ struct Sink {
 
     bool Open(const std::string& p) {
         Close();
-        if (!MakeParentDirs(p)) return false;
+        if (!kxutils::MakeParentDirs(p)) return false;
         fd = ::open(p.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
         if (fd < 0) return false;
         path = p;

@@ -46,8 +46,7 @@ public:
                                         std::vector<std::string> extra, std::string contentType);
     static std::string GetBIDHeadToken(std::string token);
     static std::string GenInkwellHttpHead(const std::string& projectId,
-                                          const std::string& projectSecret,
-                                          const std::string& body,
+                                          const std::string& projectSecret, const std::string& body,
                                           const std::string& authorization);
 };
 
@@ -102,8 +101,7 @@ KXUTILS_API KXHeadCheck IWK_VerifySignatureHead(const std::string& method,
                                                 long long windowMs);
 // body: the exact request body. authorization, when given, receives the
 // authorization value the head carried (empty when none).
-KXUTILS_API KXHeadCheck IWK_VerifyInkwellHead(const std::string& body,
-                                              const KXHeaderGetter& header,
+KXUTILS_API KXHeadCheck IWK_VerifyInkwellHead(const std::string& body, const KXHeaderGetter& header,
                                               const KXSecretLookup& lookup, long long nowMs,
                                               long long windowMs, std::string* authorization);
 
@@ -112,8 +110,8 @@ KXUTILS_API KXHeadCheck IWK_VerifyInkwellHead(const std::string& body,
 
 KXUTILS_API int IWK_GetConfigByKey(const std::string& section, const std::string& key,
                                    std::string& value, const std::string& fallback);
-KXUTILS_API int IWK_GetConfigByKey(const std::string& section, const std::string& key,
-                                   int& value, int fallback);
+KXUTILS_API int IWK_GetConfigByKey(const std::string& section, const std::string& key, int& value,
+                                   int fallback);
 // 1 when written, 0 when the value could not be stored.
 KXUTILS_API int IWK_SetConfigByKey(const std::string& section, const std::string& key,
                                    const std::string& value);

@@ -66,7 +66,8 @@ int CmdConfigSet(const Args& args) {
 }
 
 int CmdConfigEncrypt(const Args&) {
-    std::string secret((std::istreambuf_iterator<char>(std::cin)), std::istreambuf_iterator<char>());
+    std::string secret((std::istreambuf_iterator<char>(std::cin)),
+                       std::istreambuf_iterator<char>());
     while (!secret.empty() && (secret.back() == '\n' || secret.back() == '\r')) secret.pop_back();
     if (secret.empty()) return UsageError("config encrypt", "no secret on standard input");
     const std::string stored = IWK_EncryptConfigInfo(secret);
@@ -122,15 +123,15 @@ int CmdCall(const Args& args) {
     KXReqResult result;
     long code = 0;
     if (method == "GET") {
-        std::string head = CIWKHttp::GetSignatureHead(HTTP_FUNC_GET, url, info.ServerIp,
-                                                      info.ProjectID, info.ProjectSecret, {},
-                                                      "application/json");
+        std::string head =
+            CIWKHttp::GetSignatureHead(HTTP_FUNC_GET, url, info.ServerIp, info.ProjectID,
+                                       info.ProjectSecret, {}, "application/json");
         code = CIWKHttp::Get(url, "", head, &result, HTTP_REQ_PLAIN, nullptr);
     } else if (method == "POST" || method == "PUT") {
         const bool post = method == "POST";
-        std::string head = CIWKHttp::GetSignatureHead(post ? HTTP_FUNC_POST : HTTP_FUNC_PUT, url,
-                                                      info.ServerIp, info.ProjectID,
-                                                      info.ProjectSecret, {}, "application/json");
+        std::string head =
+            CIWKHttp::GetSignatureHead(post ? HTTP_FUNC_POST : HTTP_FUNC_PUT, url, info.ServerIp,
+                                       info.ProjectID, info.ProjectSecret, {}, "application/json");
         code = post ? CIWKHttp::Post(url, body, head, &result, HTTP_CONTENT_JSON, HTTP_REQ_PLAIN,
                                      nullptr, nullptr, nullptr)
                     : CIWKHttp::Put(url, body, head, &result, HTTP_CONTENT_JSON, HTTP_REQ_PUT,

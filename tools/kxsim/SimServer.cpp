@@ -66,7 +66,9 @@ KXHeaderGetter HeaderGetter(const httplib::Request& req) {
 
 Sim::Sim(Options options) : options_(std::move(options)) {}
 
-Sim::~Sim() { Stop(); }
+Sim::~Sim() {
+    Stop();
+}
 
 bool Sim::Start(std::string& error) {
     if (options_.stateDir.empty()) options_.stateDir = DefaultStateDir();
@@ -97,7 +99,8 @@ bool Sim::Start(std::string& error) {
     server_->set_tcp_nodelay(true);
     server_->set_keep_alive_max_count(1000);
     server_->set_error_handler([](const httplib::Request&, httplib::Response& res) {
-        if (res.body.empty()) ReplyCode(res, res.status, "no such operation", Json::Value(), res.status);
+        if (res.body.empty())
+            ReplyCode(res, res.status, "no such operation", Json::Value(), res.status);
     });
     server_->set_exception_handler(
         [](const httplib::Request&, httplib::Response& res, std::exception_ptr) {
@@ -141,7 +144,9 @@ std::string Sim::hostUrl() const {
     return std::string(options_.http ? "http://" : "https://") + options_.host;
 }
 
-std::string Sim::baseUrl() const { return hostUrl() + ":" + std::to_string(port_); }
+std::string Sim::baseUrl() const {
+    return hostUrl() + ":" + std::to_string(port_);
+}
 
 bool Sim::FindSecret(const std::string& projectId, std::string& secret) const {
     for (const Project& p : projects_) {
@@ -157,19 +162,26 @@ std::string Sim::ClientConfig() const {
     std::ostringstream ini;
     ini << "; Points KXServerApi at kxsim on " << baseUrl() << "\n";
     ini << "[KXUtils]\n";
+    // The simulator is on this machine: no proxy from the environment applies.
+    ini << "Proxy=\n";
     if (!options_.http) ini << "CAFile=" << authority_.caFile() << "\n";
     ini << "\n[KXSim]\nSerType=3\nHost=" << hostUrl() << "\nPort=" << port_
-        << "\nProjectID=" << projects_[0].id << "\nProjectSecret=" << projects_[0].secret
-        << "\n";
+        << "\nProjectID=" << projects_[0].id << "\nProjectSecret=" << projects_[0].secret << "\n";
     for (const Module& module : Modules()) {
         if (module.config != nullptr) ini << "\n" << module.config(*this);
     }
     return ini.str();
 }
 
-void Sim::Get(const std::string& pattern, Handler handler) { server_->Get(pattern, handler); }
-void Sim::Post(const std::string& pattern, Handler handler) { server_->Post(pattern, handler); }
-void Sim::Put(const std::string& pattern, Handler handler) { server_->Put(pattern, handler); }
+void Sim::Get(const std::string& pattern, Handler handler) {
+    server_->Get(pattern, handler);
+}
+void Sim::Post(const std::string& pattern, Handler handler) {
+    server_->Post(pattern, handler);
+}
+void Sim::Put(const std::string& pattern, Handler handler) {
+    server_->Put(pattern, handler);
+}
 
 bool Sim::CheckSignatureHead(const httplib::Request& req, httplib::Response& res) {
     if (!options_.checkHeads) return true;

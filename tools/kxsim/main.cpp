@@ -78,8 +78,7 @@ int main(int argc, char** argv) {
         std::cerr << "kxsim: " << error << "\n";
         return 1;
     }
-    if (!configFile.empty() &&
-        !kxpki::WriteFile(configFile, sim.ClientConfig(), 0600)) {
+    if (!configFile.empty() && !kxpki::WriteFile(configFile, sim.ClientConfig(), 0600)) {
         std::cerr << "kxsim: cannot write " << configFile << "\n";
         return 1;
     }

@@ -52,6 +52,10 @@ Key MakeRsaKey(int bits) {
     return Key(key);
 }
 
+Key MakeEcKey() {
+    return Key(EVP_EC_gen("P-256"));
+}
+
 Cert IssueCert(const CertRequest& request, EVP_PKEY* publicKey, X509* issuerCert,
                EVP_PKEY* issuerKey) {
     Cert cert(X509_new());
@@ -80,32 +84,32 @@ Cert IssueCert(const CertRequest& request, EVP_PKEY* publicKey, X509* issuerCert
     X509_NAME_add_entry_by_txt(name, "CN", MBSTRING_UTF8,
                                reinterpret_cast<const unsigned char*>(request.commonName.c_str()),
                                -1, -1, 0);
-    X509_set_issuer_name(cert.get(), issuerCert != nullptr ? X509_get_subject_name(issuerCert)
-                                                           : name);
+    X509_set_issuer_name(cert.get(),
+                         issuerCert != nullptr ? X509_get_subject_name(issuerCert) : name);
 
-    bool ok = AddExtension(cert.get(), issuerCert,
-                           NID_basic_constraints,
+    bool ok = AddExtension(cert.get(), issuerCert, NID_basic_constraints,
                            request.isCA ? "critical,CA:TRUE" : "critical,CA:FALSE");
     std::string usage;
     if (request.isCA) {
         usage = "critical,keyCertSign,cRLSign,digitalSignature";
     } else if (request.forServer) {
-        usage = "critical,digitalSignature,keyEncipherment";
+        usage = "critical,digitalSignature,keyEncipherment,keyAgreement";
     } else {
         usage = "critical,digitalSignature,nonRepudiation";
     }
     ok = ok && AddExtension(cert.get(), issuerCert, NID_key_usage, usage);
     ok = ok && AddExtension(cert.get(), issuerCert, NID_subject_key_identifier, "hash");
     if (issuerCert != nullptr) {
-        ok = ok && AddExtension(cert.get(), issuerCert, NID_authority_key_identifier,
-                                "keyid:always");
+        ok = ok &&
+             AddExtension(cert.get(), issuerCert, NID_authority_key_identifier, "keyid:always");
     }
     if (request.forServer) {
         ok = ok && AddExtension(cert.get(), issuerCert, NID_ext_key_usage, "serverAuth");
         std::string san;
         for (const auto& dns : request.dnsNames) san += (san.empty() ? "" : ",") + ("DNS:" + dns);
         for (const auto& ip : request.ipAddresses) san += (san.empty() ? "" : ",") + ("IP:" + ip);
-        if (!san.empty()) ok = ok && AddExtension(cert.get(), issuerCert, NID_subject_alt_name, san);
+        if (!san.empty())
+            ok = ok && AddExtension(cert.get(), issuerCert, NID_subject_alt_name, san);
     }
     if (!ok || X509_sign(cert.get(), issuerKey, EVP_sha256()) == 0) return nullptr;
     return cert;
@@ -182,7 +186,7 @@ bool Authority::Load(const std::string& dir, const std::string& name) {
         caKey_ = KeyFromPem(caKeyPem);
     }
     if (!caCert_ || !caKey_) {
-        caKey_ = MakeRsaKey(2048);
+        caKey_ = MakeEcKey();
         CertRequest req;
         req.commonName = name + " Root CA";
         req.organisation = name;
@@ -201,7 +205,7 @@ bool Authority::Load(const std::string& dir, const std::string& name) {
         KeyFromPem(keyPem)) {
         return true;
     }
-    Key serverKey = MakeRsaKey(2048);
+    Key serverKey = MakeEcKey();
     CertRequest req;
     req.commonName = "localhost";
     req.organisation = name;

@@ -20,19 +20,21 @@ struct CertFree {
 using Key = std::unique_ptr<EVP_PKEY, KeyFree>;
 using Cert = std::unique_ptr<X509, CertFree>;
 
-// An RSA key of the given size.
+// An RSA key of the given size (seal and signing keys).
 Key MakeRsaKey(int bits = 2048);
+// An EC P-256 key: quick to make, used for the CA and the TLS server.
+Key MakeEcKey();
 
 struct CertRequest {
     std::string commonName;
     std::string organisation;
     bool isCA = false;
-    bool forServer = false;            // adds serverAuth and the subjectAltName entries
+    bool forServer = false;  // adds serverAuth and the subjectAltName entries
     std::vector<std::string> dnsNames;
     std::vector<std::string> ipAddresses;
     int days = 825;
-    long serial = 0;                    // 0: a random serial
-    int keyUsage = -1;                  // -1: derived from isCA / forServer
+    long serial = 0;    // 0: a random serial
+    int keyUsage = -1;  // -1: derived from isCA / forServer
 };
 
 // Signs a certificate for publicKey with issuer (null issuer: self-signed).

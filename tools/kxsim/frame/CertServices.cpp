@@ -16,9 +16,8 @@ Json::Value Services(const std::string& certSn, const std::string& ukeyNum) {
     Json::Value data;
     if (!certSn.empty()) data["certSn"] = certSn;
     if (!ukeyNum.empty()) data["ukeyNum"] = ukeyNum;
-    const char* names[][2] = {{"seal", "electronic seal"},
-                              {"sign", "document signing"},
-                              {"print", "print control"}};
+    const char* names[][2] = {
+        {"seal", "electronic seal"}, {"sign", "document signing"}, {"print", "print control"}};
     for (const auto& name : names) {
         Json::Value service;
         service["serviceCode"] = name[0];
@@ -30,7 +29,9 @@ Json::Value Services(const std::string& certSn, const std::string& ukeyNum) {
 }
 
 // A serial or UKey number that starts with "0000" is one the service does not know.
-bool Unknown(const std::string& value) { return value.compare(0, 4, "0000") == 0; }
+bool Unknown(const std::string& value) {
+    return value.compare(0, 4, "0000") == 0;
+}
 
 }  // namespace
 
