@@ -180,5 +180,8 @@ enum KXResultCode : long {
     KX_ERR_HTTP_TOO_LARGE = 10106,
     KX_ERR_HTTP_TRANSPORT = 10107,
     KX_ERR_HTTP_LOCAL_FILE = 10108,
-    KX_ERR_HTTP_REDIRECT = 10109,
+
+    // A URL that would not fit its template's 1023-byte limit; refused before
+    // anything is sent, never cut.
+    KX_ERR_URL_TOO_LONG = 10110,
 };

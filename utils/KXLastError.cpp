@@ -72,8 +72,8 @@ const char* KnownText(long code) {
             return "the transport failed";
         case KX_ERR_HTTP_LOCAL_FILE:
             return "a local file cannot be read or written";
-        case KX_ERR_HTTP_REDIRECT:
-            return "the server answered with a redirect";
+        case KX_ERR_URL_TOO_LONG:
+            return "the request URL would exceed 1023 bytes";
         default:
             return nullptr;
     }
