@@ -85,6 +85,11 @@ bool Sim::Start(std::string& error) {
         {"kxdemo-partner", LoadOrMakeSecret(options_.stateDir + "/kxdemo-partner.secret")},
     };
 
+    if (!state_.Seed(authority_.caCert(), authority_.caKey())) {
+        error = "cannot make the demo keys and certificates";
+        return false;
+    }
+
     if (options_.http) {
         server_ = std::make_unique<httplib::Server>();
     } else {

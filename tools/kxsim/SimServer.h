@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "KXPki.h"
+#include "SimState.h"
 
 namespace kxsim {
 
@@ -62,6 +63,9 @@ public:
     const kxpki::Authority& authority() const { return authority_; }
     const std::vector<Project>& projects() const { return projects_; }
     bool FindSecret(const std::string& projectId, std::string& secret) const;
+    // Demo data; modules lock mutex() while they change it.
+    SimState& state() { return state_; }
+    const SimState& state() const { return state_; }
 
     // The INI text that points the library at this simulator.
     std::string ClientConfig() const;
@@ -84,6 +88,7 @@ private:
     Options options_;
     kxpki::Authority authority_;
     std::vector<Project> projects_;
+    SimState state_;
     std::unique_ptr<httplib::Server> server_;
     int port_ = 0;
     std::mutex mutex_;
