@@ -36,25 +36,25 @@ bool SimState::Seed(X509* caCert, EVP_PKEY* caKey) {
          "110101198502025678", "org-0001"},
     };
 
-    struct SealSpec {
+    struct SealSeed {
         const char* id;
         const char* name;
         int type;
         const char* account;
     };
-    const SealSpec specs[] = {{"seal-0001", kOfficialSeal, 1, "acc-0001"},
+    const SealSeed seeds[] = {{"seal-0001", kOfficialSeal, 1, "acc-0001"},
                               {"seal-0002", kContractSeal, 2, "acc-0001"},
                               {"seal-0003", kOfficialSeal, 1, "acc-0002"}};
     seals.clear();
-    for (const SealSpec& spec : specs) {
+    for (const SealSeed& seed : seeds) {
         Seal seal;
-        seal.sealId = spec.id;
-        seal.name = spec.name;
-        seal.sealType = spec.type;
-        seal.accountId = spec.account;
+        seal.sealId = seed.id;
+        seal.name = seed.name;
+        seal.sealType = seed.type;
+        seal.accountId = seed.account;
         seal.key = kxpki::MakeRsaKey(2048);
         kxpki::CertRequest req;
-        req.commonName = std::string("KXSim seal ") + spec.id;
+        req.commonName = std::string("KXSim seal ") + seed.id;
         req.organisation = "KXSim";
         seal.cert = kxpki::IssueCert(req, seal.key.get(), caCert, caKey);
         if (!seal.key || !seal.cert) return false;
