@@ -3,10 +3,8 @@
 #include <openssl/crypto.h>
 #include <openssl/evp.h>
 #include <openssl/hmac.h>
-#include <openssl/rand.h>
 
 #include <atomic>
-#include <chrono>
 #include <climits>
 #include <string>
 #include <vector>
@@ -23,25 +21,6 @@ const char kCrlf[] = "\r\n";
 // the transport (NUL). Heads refuse such values instead of sending them.
 bool BreaksLine(const std::string& value) {
     return value.find_first_of(std::string("\r\n\0", 3)) != std::string::npos;
-}
-
-std::string Hex(const unsigned char* data, size_t length) {
-    static const char kDigits[] = "0123456789abcdef";
-    std::string out;
-    out.reserve(length * 2);
-    for (size_t i = 0; i < length; ++i) {
-        out.push_back(kDigits[data[i] >> 4]);
-        out.push_back(kDigits[data[i] & 0x0f]);
-    }
-    return out;
-}
-
-std::string Base64(const unsigned char* data, size_t length) {
-    std::string out(4 * ((length + 2) / 3) + 1, '\0');
-    int written =
-        EVP_EncodeBlock(reinterpret_cast<unsigned char*>(&out[0]), data, static_cast<int>(length));
-    out.resize(written > 0 ? static_cast<size_t>(written) : 0);
-    return out;
 }
 
 // Raw SHA-256 of data; empty on failure.
@@ -65,24 +44,9 @@ std::string HmacSha256(const std::string& key, const std::string& data) {
     return std::string(reinterpret_cast<char*>(mac), length);
 }
 
-std::string HexOf(const std::string& bytes) {
-    return Hex(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size());
-}
-
-std::string Base64Of(const std::string& bytes) {
-    return Base64(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size());
-}
-
-long long NowMs() {
-    using namespace std::chrono;
-    return duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
-}
-
 // 32 lower-case hex characters; empty when the random source fails.
 std::string NewNonce() {
-    unsigned char bytes[kNonceBytes];
-    if (RAND_bytes(bytes, static_cast<int>(sizeof bytes)) != 1) return std::string();
-    return Hex(bytes, sizeof bytes);
+    return IWK_CharToHex(IWK_GenRand(kNonceBytes));
 }
 
 const char* MethodOf(HTTPFuncType funcType) {
@@ -156,7 +120,7 @@ public:
         for (const std::string& line : extra) {
             if (BreaksLine(line)) return std::string();
         }
-        const std::string timestamp = std::to_string(NowMs());
+        const std::string timestamp = std::to_string(IWK_GetCurTime());
         const std::string nonce = NewNonce();
         const std::string mac = HmacSha256(
             projectSecret, SignedTextOfRequest(method, PathAndQuery(url), timestamp, nonce));
@@ -166,7 +130,7 @@ public:
         AddLine(head, KX_HDR_PROJECT_ID, projectId);
         AddLine(head, KX_HDR_TIMESTAMP, timestamp);
         AddLine(head, KX_HDR_NONCE, nonce);
-        AddLine(head, KX_HDR_SIGNATURE, Base64Of(mac));
+        AddLine(head, KX_HDR_SIGNATURE, IWK_Base64Encode(mac));
         if (!contentType.empty()) AddLine(head, "Content-Type", contentType);
         for (const std::string& line : extra) {
             if (line.empty()) continue;
@@ -186,11 +150,11 @@ public:
     std::string InkwellHead(const std::string& projectId, const std::string& projectSecret,
                             const std::string& body, const std::string& authorization) override {
         if (BreaksLine(projectId) || BreaksLine(authorization)) return std::string();
-        const std::string timestamp = std::to_string(NowMs());
+        const std::string timestamp = std::to_string(IWK_GetCurTime());
         const std::string nonce = NewNonce();
         const std::string digest = Sha256(body);
         if (nonce.empty() || digest.empty()) return std::string();
-        const std::string digestHex = HexOf(digest);
+        const std::string digestHex = IWK_CharToHex(digest);
         const std::string mac =
             HmacSha256(projectSecret, SignedTextOfBody(timestamp, nonce, digestHex, authorization));
         if (mac.empty()) return std::string();
@@ -200,7 +164,7 @@ public:
         AddLine(head, KX_HDR_TIMESTAMP, timestamp);
         AddLine(head, KX_HDR_NONCE, nonce);
         AddLine(head, KX_HDR_CONTENT_SHA256, digestHex);
-        AddLine(head, KX_HDR_SIGNATURE, Base64Of(mac));
+        AddLine(head, KX_HDR_SIGNATURE, IWK_Base64Encode(mac));
         if (!authorization.empty()) AddLine(head, KX_HDR_AUTHORIZATION, authorization);
         return head;
     }
@@ -247,12 +211,9 @@ bool ParseTimestamp(const std::string& text, long long& out) {
 // exactly 32 bytes is accepted.
 bool DecodeMac(const std::string& text, std::string& mac) {
     if (text.size() != 4 * ((kMacBytes + 2) / 3)) return false;
-    unsigned char raw[4 * ((kMacBytes + 2) / 3)];
-    int decoded = EVP_DecodeBlock(raw, reinterpret_cast<const unsigned char*>(text.data()),
-                                  static_cast<int>(text.size()));
-    if (decoded < static_cast<int>(kMacBytes)) return false;
-    if (Base64(raw, kMacBytes) != text) return false;
-    mac.assign(reinterpret_cast<char*>(raw), kMacBytes);
+    std::string raw = IWK_Base64Decode(text);
+    if (raw.size() != kMacBytes || IWK_Base64Encode(raw) != text) return false;
+    mac = raw;
     return true;
 }
 
@@ -365,7 +326,7 @@ KXHeadCheck IWK_VerifyInkwellHead(const std::string& body, const KXHeaderGetter&
         const std::string expected = HmacSha256(
             id.secret, SignedTextOfBody(id.timestampText, id.nonce, claimedDigest, carried));
         if (!SameBytes(expected, id.mac)) return KX_HEAD_BAD_SIGNATURE;
-        if (!SameBytes(HexOf(Sha256(body)), claimedDigest)) return KX_HEAD_BAD_SIGNATURE;
+        if (!SameBytes(IWK_CharToHex(Sha256(body)), claimedDigest)) return KX_HEAD_BAD_SIGNATURE;
         if (authorization != nullptr) *authorization = carried;
         return KX_HEAD_OK;
     } catch (...) {
