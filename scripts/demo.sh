@@ -73,6 +73,34 @@ sed 's/^ProjectSecret=.*/ProjectSecret=not-the-secret/' "$KX_CONFIG_FILE" >"$WOR
 step "a platform request signed with a wrong secret is refused" refused -- \
   --config "$WORK/wrong-secret.ini" call KXSim GET /v1/accounts/demo
 
+# Certificate services: a UKey's key and CSR made with OpenSSL, the CSR
+# expanded into a double certificate at kxsim, the result checked.
+if command -v openssl >/dev/null; then
+  openssl req -new -newkey rsa:2048 -nodes -keyout "$WORK/ukey.key" -out "$WORK/ukey.csr" \
+    -subj "/CN=KXUKEY0001" 2>/dev/null
+  mkdir -p "$WORK/expanded"
+  step "expand the UKey's certificate: four signed steps, polling until issued" ok -- \
+    cert expand --ukey-num KXUKEY0001 --csr "$WORK/ukey.csr" --out-dir "$WORK/expanded" --interval 200
+  openssl x509 -in "$WORK/expanded/sign-cert.pem" -noout -subject -issuer -serial 2>/dev/null | sed 's/^/   /'
+  step "check the new signing certificate at the cloud platform (XML)" ok -- \
+    cert check --cert "$WORK/expanded/sign-cert.pem"
+  step "check the new encryption certificate at the agent (JSON)" ok -- \
+    cert check --cert "$WORK/expanded/enc-cert.pem" --section KXCloudCheckAgent
+  SERIAL=$(openssl x509 -in "$WORK/expanded/sign-cert.pem" -noout -serial | sed 's/^serial=//')
+  step "revoke the signing certificate at kxsim" ok -- \
+    call KXSim POST /kxsim/cert/revoke --body "{\"sn\":\"$SERIAL\"}"
+  step "the revoked certificate is refused" refused -- \
+    cert check --cert "$WORK/expanded/sign-cert.pem"
+  step "apply for a certificate at the legacy server" ok -- \
+    cert apply --csr "$WORK/ukey.csr" --info '{"ukeyNum":"KXUKEY0002"}' --out-dir "$WORK"
+  step "a wrong PIN on UKey KXUKEY0002: one try fewer" ok -- ukey try --sn KXUKEY0002 --failure
+  step "the UKey reports itself locked" ok -- ukey try --sn KXUKEY0002 --failure --locked
+  step "a locked key stays locked after a right PIN" ok -- ukey try --sn KXUKEY0002 --success
+else
+  echo "demo: openssl not found, certificate steps skipped (run 'make deps')" >&2
+  FAILED=$((FAILED + 1))
+fi
+
 printf '\n'
 if [ $FAILED -eq 0 ]; then
   echo "demo: all $STEP steps did what they should"

@@ -10,6 +10,10 @@ int CmdConfigEncrypt(const Args& args);
 int CmdServerConfig(const Args& args);
 int CmdLegacyAuth(const Args& args);
 int CmdCall(const Args& args);
+int CmdCertCheck(const Args& args);
+int CmdCertExpand(const Args& args);
+int CmdCertApply(const Args& args);
+int CmdUkeyTry(const Args& args);
 
 const std::vector<Command>& Commands() {
     static const std::vector<Command> commands = {
@@ -44,6 +48,29 @@ const std::vector<Command>& Commands() {
          "a request signed with the identity of SECTION, to any path of its server",
          {},
          CmdCall},
+        {"cert check",
+         "--cert FILE [--section KXCloudCheck]",
+         "checks a certificate (PEM, DER or Base64) at the cloud platform, or at the agent "
+         "with --section KXCloudCheckAgent",
+         {},
+         CmdCertCheck},
+        {"cert expand",
+         "--ukey-num N --csr FILE [--out-dir DIR] [--timeout S] [--interval MS] "
+         "[--section KXCertExpand]",
+         "expands a UKey's certificate into a double certificate; writes sign-cert.pem and "
+         "enc-cert.pem",
+         {},
+         CmdCertExpand},
+        {"cert apply",
+         "--csr FILE --info JSON [--out-dir DIR] [--section KXInkwell]",
+         "applies for a UKey certificate at the legacy server",
+         {},
+         CmdCertApply},
+        {"ukey try",
+         "--sn SN --success|--failure [--locked] [--section KXInkwell]",
+         "reports a try on a UKey to the legacy server; shows the tries left",
+         {"success", "failure", "locked"},
+         CmdUkeyTry},
     };
     return commands;
 }

@@ -5,10 +5,18 @@ namespace kxsim {
 
 void InstallCertServices(Sim& sim);
 std::string CertServicesConfig(const Sim& sim);
+void InstallCloudCheck(Sim& sim);
+std::string CloudCheckConfig(const Sim& sim);
+void InstallCertExpand(Sim& sim);
+std::string CertExpandConfig(const Sim& sim);
+void InstallInkwellCerts(Sim& sim);
 
 const std::vector<Module>& Modules() {
     static const std::vector<Module> modules = {
         {"cert-services", InstallCertServices, CertServicesConfig},
+        {"cloud-check", InstallCloudCheck, CloudCheckConfig},
+        {"cert-expand", InstallCertExpand, CertExpandConfig},
+        {"inkwell-certs", InstallInkwellCerts, nullptr},  // uses [KXInkwell] of cert-services
     };
     return modules;
 }

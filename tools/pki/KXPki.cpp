@@ -217,4 +217,118 @@ bool Authority::Load(const std::string& dir, const std::string& name) {
            WriteFile(certFile_, CertToPem(serverCert.get()));
 }
 
+namespace {
+
+// Base64 text without PEM armour lines or white space, decoded; empty on failure.
+std::string DecodeBase64Body(const std::string& text) {
+    std::string clean;
+    size_t pos = 0;
+    while (pos < text.size()) {
+        size_t end = text.find('\n', pos);
+        if (end == std::string::npos) end = text.size();
+        const std::string line = text.substr(pos, end - pos);
+        if (line.find("-----") == std::string::npos) {
+            for (char c : line) {
+                if (c != '\r' && c != ' ' && c != '\t') clean += c;
+            }
+        }
+        pos = end + 1;
+    }
+    if (clean.empty() || clean.size() % 4 != 0) return std::string();
+    std::string out(clean.size() / 4 * 3, '\0');
+    const int len = EVP_DecodeBlock(reinterpret_cast<unsigned char*>(&out[0]),
+                                    reinterpret_cast<const unsigned char*>(clean.data()),
+                                    static_cast<int>(clean.size()));
+    if (len < 0) return std::string();
+    size_t padding = 0;
+    if (clean[clean.size() - 1] == '=') ++padding;
+    if (clean[clean.size() - 2] == '=') ++padding;
+    out.resize(static_cast<size_t>(len) - padding);
+    return out;
+}
+
+}  // namespace
+
+Csr CsrFromPem(const std::string& text) {
+    Csr csr;
+    if (text.find("-----BEGIN") != std::string::npos) {
+        Bio bio(BIO_new_mem_buf(text.data(), static_cast<int>(text.size())));
+        if (bio) csr.reset(PEM_read_bio_X509_REQ(bio.get(), nullptr, nullptr, nullptr));
+    }
+    if (!csr) {
+        const std::string der = DecodeBase64Body(text);
+        const unsigned char* p = reinterpret_cast<const unsigned char*>(der.data());
+        if (!der.empty()) csr.reset(d2i_X509_REQ(nullptr, &p, static_cast<long>(der.size())));
+    }
+    if (!csr) return nullptr;
+    EVP_PKEY* key = X509_REQ_get0_pubkey(csr.get());
+    if (key == nullptr || X509_REQ_verify(csr.get(), key) != 1) return nullptr;
+    return csr;
+}
+
+std::string CsrCommonName(X509_REQ* csr) {
+    X509_NAME* name = csr != nullptr ? X509_REQ_get_subject_name(csr) : nullptr;
+    const int index = name != nullptr ? X509_NAME_get_index_by_NID(name, NID_commonName, -1) : -1;
+    if (index < 0) return std::string();
+    ASN1_STRING* data = X509_NAME_ENTRY_get_data(X509_NAME_get_entry(name, index));
+    unsigned char* utf8 = nullptr;
+    const int len = ASN1_STRING_to_UTF8(&utf8, data);
+    if (len < 0) return std::string();
+    std::string out(reinterpret_cast<char*>(utf8), static_cast<size_t>(len));
+    OPENSSL_free(utf8);
+    return out;
+}
+
+Cert IssueCertForCsr(const CertRequest& request, X509_REQ* csr, const std::string& keyUsage,
+                     X509* issuerCert, EVP_PKEY* issuerKey) {
+    if (csr == nullptr) return nullptr;
+    CertRequest own = request;
+    const std::string commonName = CsrCommonName(csr);
+    if (!commonName.empty()) own.commonName = commonName;
+    return IssueCertWithUsage(own, X509_REQ_get0_pubkey(csr), keyUsage, issuerCert, issuerKey);
+}
+
+Cert IssueCertWithUsage(const CertRequest& request, EVP_PKEY* publicKey,
+                        const std::string& keyUsage, X509* issuerCert, EVP_PKEY* issuerKey) {
+    Cert cert = IssueCert(request, publicKey, issuerCert, issuerKey);
+    if (!cert || keyUsage.empty()) return cert;
+    const int index = X509_get_ext_by_NID(cert.get(), NID_key_usage, -1);
+    if (index >= 0) X509_EXTENSION_free(X509_delete_ext(cert.get(), index));
+    if (!AddExtension(cert.get(), issuerCert, NID_key_usage, keyUsage) ||
+        X509_sign(cert.get(), issuerKey, EVP_sha256()) == 0) {
+        return nullptr;
+    }
+    return cert;
+}
+
+bool VerifyIssuedBy(X509* cert, X509* caCert) {
+    if (cert == nullptr || caCert == nullptr) return false;
+    X509_STORE* store = X509_STORE_new();
+    X509_STORE_CTX* ctx = X509_STORE_CTX_new();
+    bool ok = store != nullptr && ctx != nullptr && X509_STORE_add_cert(store, caCert) == 1 &&
+              X509_STORE_CTX_init(ctx, store, cert, nullptr) == 1 && X509_verify_cert(ctx) == 1;
+    X509_STORE_CTX_free(ctx);
+    X509_STORE_free(store);
+    return ok;
+}
+
+std::string CertToBase64(X509* cert) {
+    const std::string der = CertToDer(cert);
+    if (der.empty()) return std::string();
+    std::string out((der.size() + 2) / 3 * 4 + 1, '\0');
+    const int len = EVP_EncodeBlock(reinterpret_cast<unsigned char*>(&out[0]),
+                                    reinterpret_cast<const unsigned char*>(der.data()),
+                                    static_cast<int>(der.size()));
+    out.resize(len > 0 ? static_cast<size_t>(len) : 0);
+    return out;
+}
+
+Cert CertFromText(const std::string& text) {
+    if (text.find("-----BEGIN") != std::string::npos) return CertFromPem(text);
+    const std::string der = DecodeBase64Body(text);
+    if (der.empty()) return nullptr;
+    const unsigned char* p = reinterpret_cast<const unsigned char*>(der.data());
+    return Cert(d2i_X509(nullptr, &p, static_cast<long>(der.size())));
+}
+
 }  // namespace kxpki

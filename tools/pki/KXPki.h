@@ -68,4 +68,30 @@ private:
     Key caKey_;
 };
 
+// Certificate signing requests, for services that issue from a CSR.
+struct CsrFree {
+    void operator()(X509_REQ* csr) const { X509_REQ_free(csr); }
+};
+using Csr = std::unique_ptr<X509_REQ, CsrFree>;
+
+// A CSR from PEM, or from the Base64 of its DER with or without PEM armour.
+// Null when the text holds none or its self-signature does not verify.
+Csr CsrFromPem(const std::string& text);
+// The CSR's subject common name, empty when it has none.
+std::string CsrCommonName(X509_REQ* csr);
+// Issues a certificate for the CSR's public key and subject common name
+// (request.commonName when the CSR has none). keyUsage replaces the key usage
+// IssueCert derives, e.g. "critical,keyEncipherment,dataEncipherment".
+Cert IssueCertForCsr(const CertRequest& request, X509_REQ* csr, const std::string& keyUsage,
+                     X509* issuerCert, EVP_PKEY* issuerKey);
+// IssueCert with keyUsage in place of the key usage it derives.
+Cert IssueCertWithUsage(const CertRequest& request, EVP_PKEY* publicKey,
+                        const std::string& keyUsage, X509* issuerCert, EVP_PKEY* issuerKey);
+// Whether cert chains to caCert and is valid now.
+bool VerifyIssuedBy(X509* cert, X509* caCert);
+// Base64 of the DER, one line (no armour).
+std::string CertToBase64(X509* cert);
+// A certificate from PEM, or from the Base64 of its DER; null when none.
+Cert CertFromText(const std::string& text);
+
 }  // namespace kxpki

@@ -1,0 +1,232 @@
+// Commands of the certificate services: check, expand, apply, UKey tries.
+#include <chrono>
+#include <cstdlib>
+#include <fstream>
+#include <iostream>
+#include <sstream>
+#include <thread>
+
+#include "CloudCheckCert.h"
+#include "Commands.h"
+#include "ECertExpand.h"
+#include "InkwellApi.h"
+#include "KXServerApi.h"
+#include "KXUtils.h"
+
+namespace kxapi {
+
+namespace {
+
+bool ReadWhole(const std::string& path, std::string& data) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) return false;
+    std::ostringstream text;
+    text << in.rdbuf();
+    data = text.str();
+    return true;
+}
+
+// A certificate or CSR file as the servers want it: Base64 of the DER on one
+// line. PEM loses its armour, DER is encoded, Base64 text is kept.
+std::string FileAsBase64(const std::string& data) {
+    bool binary = false;
+    for (unsigned char c : data)
+        binary = binary || (c < 0x20 && c != '\r' && c != '\n' && c != '\t');
+    if (binary) return IWK_Base64Encode(data);
+    std::string out;
+    std::istringstream lines(data);
+    std::string line;
+    while (std::getline(lines, line)) {
+        if (line.find("-----") != std::string::npos) continue;
+        for (char c : line) {
+            if (c != '\r' && c != ' ' && c != '\t') out += c;
+        }
+    }
+    return out;
+}
+
+bool WritePem(const std::string& path, const std::string& base64) {
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    if (!out) return false;
+    out << "-----BEGIN CERTIFICATE-----\n";
+    for (size_t i = 0; i < base64.size(); i += 64) out << base64.substr(i, 64) << "\n";
+    out << "-----END CERTIFICATE-----\n";
+    return static_cast<bool>(out);
+}
+
+// Reads a Base64 file argument; a usage error when it cannot be read or is empty.
+bool ReadBase64Arg(const Args& args, const std::string& option, const std::string& command,
+                   std::string& value, int& status) {
+    const std::string path = args.get(option);
+    std::string data;
+    if (path.empty()) {
+        status = UsageError(command, "give --" + option + " FILE");
+        return false;
+    }
+    if (!ReadWhole(path, data) || (value = FileAsBase64(data)).empty()) {
+        status = UsageError(command, "cannot read " + path);
+        return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+int CmdCertCheck(const Args& args) {
+    std::string cert;
+    int status = 0;
+    if (!ReadBase64Arg(args, "cert", "cert check", cert, status)) return status;
+    const std::string section = args.get("section", "KXCloudCheck");
+    _init_Info_s info;
+    KX_GetServerConfig(section, info);
+    CCloudCheckCert client;
+    client.Init(info);  // CheckCert itself answers 10046 for an incomplete record
+    const long code = client.CheckCert(cert);
+    if (code != 0) return Fail("CCloudCheckCert::CheckCert (" + section + ")", code);
+    Json::Value out;
+    out["section"] = section;
+    out["path"] = client.strCheckUri;
+    out["result"] = "passed";
+    PrintJson(out);
+    return 0;
+}
+
+int CmdCertExpand(const Args& args) {
+    const std::string ukeyNum = args.get("ukey-num");
+    if (ukeyNum.empty()) return UsageError("cert expand", "give --ukey-num N");
+    std::string csr;
+    int status = 0;
+    if (!ReadBase64Arg(args, "csr", "cert expand", csr, status)) return status;
+    const std::string section = args.get("section", "KXCertExpand");
+    const std::string outDir = args.get("out-dir", ".");
+    const int timeoutSeconds = std::atoi(args.get("timeout", "60").c_str());
+    const int intervalMs = std::atoi(args.get("interval", "500").c_str());
+    if (timeoutSeconds <= 0 || intervalMs <= 0) {
+        return UsageError("cert expand", "--timeout and --interval take positive numbers");
+    }
+
+    _init_Info_s info;
+    KX_GetServerConfig(section, info);
+    CECertExpand client;
+    long code = client.Init(info);
+    if (code != 0) return Fail("CECertExpand::Init (" + section + ")", code);
+
+    bool expired = false;
+    code = client.CheckServiceRequest(ukeyNum, expired);
+    if (code != 0) return Fail("CECertExpand::CheckServiceRequest", code);
+    if (expired) {
+        std::cerr << "kxapi: the service time of UKey " << ukeyNum << " has expired\n";
+        return 1;
+    }
+    long certOptId = 0, logId = 0;
+    code = client.SendExpandRequest(ukeyNum, csr, certOptId, logId);
+    if (code != 0) return Fail("CECertExpand::SendExpandRequest", code);
+
+    // The request is done when the certificates arrive; the numbers of status
+    // are the service's matter and only shown.
+    std::string encCert, signCert, sn, authCode;
+    int certStatus = -1, polls = 0;
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(timeoutSeconds);
+    std::cerr << "kxapi: certificate operation " << certOptId << ", waiting for the certificates";
+    for (;;) {
+        code = client.GetDoubleCertRequest(certOptId, encCert, signCert, sn, authCode, certStatus);
+        ++polls;
+        if (code != 0) {
+            std::cerr << "\n";
+            return Fail("CECertExpand::GetDoubleCertRequest", code);
+        }
+        std::cerr << " [status " << certStatus << "]" << std::flush;
+        if (!encCert.empty() && !signCert.empty()) break;
+        if (std::chrono::steady_clock::now() + std::chrono::milliseconds(intervalMs) > deadline) {
+            std::cerr << "\nkxapi: no certificates after " << timeoutSeconds << " s (" << polls
+                      << " polls, last status " << certStatus << ")\n";
+            return 1;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(intervalMs));
+    }
+    std::cerr << " done\n";
+
+    code = client.UploadFinish(certOptId, logId, encCert, signCert, ukeyNum);
+    if (code != 0) return Fail("CECertExpand::UploadFinish", code);
+
+    const std::string signFile = outDir + "/sign-cert.pem";
+    const std::string encFile = outDir + "/enc-cert.pem";
+    if (!WritePem(signFile, signCert) || !WritePem(encFile, encCert)) {
+        std::cerr << "kxapi: cannot write the certificates to " << outDir << "\n";
+        return 1;
+    }
+    Json::Value out;
+    out["certOptId"] = static_cast<Json::Int64>(certOptId);
+    out["logId"] = static_cast<Json::Int64>(logId);
+    out["status"] = certStatus;
+    out["polls"] = polls;
+    out["sn"] = sn;
+    out["authCode"] = authCode;
+    out["signCertFile"] = signFile;
+    out["encCertFile"] = encFile;
+    PrintJson(out);
+    return 0;
+}
+
+int CmdCertApply(const Args& args) {
+    std::string csr;
+    int status = 0;
+    if (!ReadBase64Arg(args, "csr", "cert apply", csr, status)) return status;
+    if (!args.has("info")) return UsageError("cert apply", "give --info JSON");
+    const std::string section = args.get("section", "KXInkwell");
+    _init_Info_s info;
+    KX_GetServerConfig(section, info);
+    CInkwellApi client;
+    client.Init(info);  // MakeCert answers 10009 for an incomplete record
+    MakeCertData data;
+    const long code = client.MakeCert(csr, args.get("info"), data);
+    if (code != 0) return Fail("CInkwellApi::MakeCert (" + section + ")", code);
+    Json::Value out;
+    out["certId"] = data.certId;
+    out["ukeyNum"] = data.ukeyNum;
+    out["signSn"] = data.signSn;
+    out["encSn"] = data.encSn;
+    out["authCode"] = data.authCode;
+    out["symmAlg"] = data.symmAlg;
+    out["symmCipher"] = data.symmCipher;
+    out["encryptedKeypair"] = data.encryptedKeypair;
+    const std::string outDir = args.get("out-dir");
+    if (!outDir.empty()) {
+        if (!WritePem(outDir + "/sign-cert.pem", data.signCert) ||
+            !WritePem(outDir + "/enc-cert.pem", data.encCert)) {
+            std::cerr << "kxapi: cannot write the certificates to " << outDir << "\n";
+            return 1;
+        }
+        out["signCertFile"] = outDir + "/sign-cert.pem";
+        out["encCertFile"] = outDir + "/enc-cert.pem";
+    } else {
+        out["signCert"] = data.signCert;
+        out["encCert"] = data.encCert;
+    }
+    PrintJson(out);
+    return 0;
+}
+
+int CmdUkeyTry(const Args& args) {
+    const std::string sn = args.get("sn");
+    if (sn.empty()) return UsageError("ukey try", "give --sn SN");
+    if (args.has("success") == args.has("failure")) {
+        return UsageError("ukey try", "give one of --success and --failure");
+    }
+    const std::string section = args.get("section", "KXInkwell");
+    _init_Info_s info;
+    KX_GetServerConfig(section, info);
+    CInkwellApi client;
+    client.Init(info);  // UpdateUkeyTryTime answers 10009 for an incomplete record
+    int remaining = 0;
+    const long code =
+        client.UpdateUkeyTryTime(sn, args.has("success"), args.has("locked"), remaining);
+    if (code != 0) return Fail("CInkwellApi::UpdateUkeyTryTime (" + section + ")", code);
+    Json::Value out;
+    out["sn"] = sn;
+    out["remainingTime"] = remaining;
+    PrintJson(out);
+    return 0;
+}
+
+}  // namespace kxapi
