@@ -62,6 +62,25 @@ const char* MethodOf(HTTPFuncType funcType) {
     }
 }
 
+// The transport percent-encodes bytes of 0x80 and above in the path (lower-case
+// hex) and sends the query as it is; the signature covers what the server sees.
+std::string AsSentOnTheWire(const std::string& pathAndQuery) {
+    static const char kDigits[] = "0123456789abcdef";
+    const size_t query = pathAndQuery.find('?');
+    std::string out;
+    for (size_t i = 0; i < pathAndQuery.size(); ++i) {
+        const unsigned char c = static_cast<unsigned char>(pathAndQuery[i]);
+        if (c >= 0x80 && (query == std::string::npos || i < query)) {
+            out += '%';
+            out += kDigits[c >> 4];
+            out += kDigits[c & 0x0f];
+        } else {
+            out += static_cast<char>(c);
+        }
+    }
+    return out;
+}
+
 // Path and query of a URL as the request line carries them: what follows
 // scheme and authority, without the fragment (never sent). A bare query gets
 // the "/" that goes before it on the wire. Also accepts a target that is
@@ -85,7 +104,7 @@ std::string PathAndQuery(const std::string& url) {
     size_t fragment = rest.find('#');
     if (fragment != std::string::npos) rest.erase(fragment);
     if (rest.empty() || rest[0] == '?') rest.insert(0, "/");
-    return rest;
+    return AsSentOnTheWire(rest);
 }
 
 std::string SignedTextOfRequest(const std::string& method, const std::string& pathAndQuery,
