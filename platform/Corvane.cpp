@@ -140,9 +140,8 @@ bool KXCorvaneCall::TemplateMatches(const std::string& format, const char* kinds
 }
 
 bool KXCorvaneCall::Refuse(long code) {
+    // reqRes stays empty: the exit line shows that nothing was sent.
     lRes = code;
-    reqRes.errCode = static_cast<int>(code);
-    reqRes.msg = IWK_GetErrorMsg(code);
     data = Json::Value();
     return false;
 }

@@ -175,7 +175,18 @@ TEST_F(CorvaneApiTest, PreconditionAndUrlLimitSendNothing) {
     EXPECT_EQ(10009, api.GetIdentityInfo("a", s1));
     EXPECT_EQ(10009, api.GetAllInfo("a", s1, s2));
     EXPECT_EQ(10009, api.GetFinalRealnameOrgInfo("o", s1));
-    // @LATER@
+    EXPECT_EQ(10009, api.CreateEncOrDecTask("a", "o", "d", "r", 1, s1));
+    EXPECT_EQ(10009, api.ExecuteEncOrDecTask("t", "k", "w", s1, s2));
+    EXPECT_EQ(10009, api.EndEncOrDecTask("t", 0, "ok"));
+    EXPECT_EQ(10009, api.CreateMobShieldAuth("a", "b", "c", "d", s1, s2, s3, true, "s"));
+    EXPECT_EQ(10009, api.VerifyMobShieldAuth("b", "t", "w", s1, passed));
+    EXPECT_EQ(10009, api.CreateWitnessFlowTask("o", s1));
+    EXPECT_EQ(10009, api.ExecuteSnapShotTask("f", "d", "h", "SHA256", "START", ""));
+    EXPECT_EQ(10009, api.CheckSignAccessTask("f", "a", "d", "h", s1));
+    // The precondition comes before the refusal of the sign type.
+    EXPECT_EQ(10009, api.SignTask("f", "a", "d", "h", "t", 0, s1, s2));
+    EXPECT_EQ(10009, api.QuerySignResultTask("f", "t", "k", s1, s2, s3, s4));
+    EXPECT_EQ(10009, api.SignConfirmTask("f", "d", "h", "SHA256", "t", "l"));
     EXPECT_EQ(0u, server.requestCount());
     EXPECT_EQ("s1", s1);
     EXPECT_EQ("s2", s2);
@@ -183,7 +194,8 @@ TEST_F(CorvaneApiTest, PreconditionAndUrlLimitSendNothing) {
     EXPECT_EQ("s4", s4);
     EXPECT_TRUE(passed);
     const std::string log = env.readLog();
-    EXPECT_EQ(4u, Count(log, "\"lRes:10009, reqRes.errCode:0, reqRes.msg:"));
+    EXPECT_EQ(15u, Count(log, "\"lRes:10009, reqRes.errCode:0, reqRes.msg:"));
+    EXPECT_NE(std::string::npos, log.find("- CCorvaneApi::SignTask> <\"lRes:10009"));
 
     ASSERT_EQ(0, api.Init(info));
     // "https://" + host + "/v1/accounts/" + id + "/getIdentityInfo" at exactly 1023 bytes.
