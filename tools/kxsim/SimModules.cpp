@@ -5,10 +5,13 @@ namespace kxsim {
 
 void InstallCertServices(Sim& sim);
 std::string CertServicesConfig(const Sim& sim);
+void InstallPlatformService(Sim& sim);
+std::string PlatformServiceConfig(const Sim& sim);
 
 const std::vector<Module>& Modules() {
     static const std::vector<Module> modules = {
         {"cert-services", InstallCertServices, CertServicesConfig},
+        {"platform", InstallPlatformService, PlatformServiceConfig},
     };
     return modules;
 }
