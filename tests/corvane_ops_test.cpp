@@ -96,10 +96,10 @@ TEST_F(CorvaneOpsTest, AccountIdFromCodeThroughTheJwt) {
     EXPECT_EQ("", server.lastRequest().body);
     const std::string log = env.readLog();
     EXPECT_NE(std::string::npos,
-              log.find("<Corvane [") != std::string::npos
-                  ? log.find("- CCorvaneApi::GetRealAccoutIdByCode> <\"strRedirectUri:https://app/"
-                             "cb&b=2, strCode:C&D%41\">")
-                  : std::string::npos);
+              log.find("<Corvane [") == std::string::npos
+                  ? std::string::npos
+                  : log.find("- CCorvaneApi::GetRealAccoutIdByCode> <\"strRedirectUri:https://app/"
+                             "cb&b=2, strCode:C&D%41\">"));
     EXPECT_NE(std::string::npos, log.find(", token:{\"authorizer\":\"acc-7\",\"exp\":1}\">"));
 
     // A payload without the key: success with an empty account.

@@ -134,6 +134,16 @@ TEST(EndToEndPlatform, ApprovalOnTheConfirmationPage) {
     EXPECT_EQ(1438, api.QuerySignResultTask(flow, ticket, task, result, logId, cert, alg));
     EXPECT_EQ("kept", result);
 
+    // Nobody approves: kxapi gives up at its time limit.
+    const std::string doc = env.dir() + "/doc.txt";
+    std::ofstream(doc) << "x";
+    RunResult r =
+        RunKxapi(config, {"platform", "sign", "--org", "org-0001", "--account", "acc-0001", "--doc",
+                          doc, "--timeout", "1", "--interval-ms", "100"});
+    EXPECT_EQ(1, r.status);
+    EXPECT_NE(std::string::npos, r.err.find("not approved in time")) << r.err;
+    EXPECT_EQ("", r.out);
+
     std::string biz, will, status;
     bool passed = true;
     ASSERT_EQ(0, api.CreateMobShieldAuth("acc-0002", "ENCRYPT", "encrypt", "file", biz, qr, will,
