@@ -26,7 +26,7 @@ export KX_CONFIG_FILE="$WORK/kxserverapi.ini"
 export KX_CONFIG_KEY_FILE="$WORK/config.key"
 export KX_LOG_FILE="$WORK/kxserverapi.log"
 
-"$KXSIM" --port 0 --state-dir "$WORK/sim-state" --print-config "$KX_CONFIG_FILE" \
+"$KXSIM" --port 0 --auto-approve --state-dir "$WORK/sim-state" --print-config "$KX_CONFIG_FILE" \
   >"$WORK/sim.out" 2>"$WORK/sim.err" &
 SIM_PID=$!
 for _ in $(seq 1 200); do
@@ -72,6 +72,11 @@ step "authorization value of the legacy server, fetched from its URL" ok -- lega
 sed 's/^ProjectSecret=.*/ProjectSecret=not-the-secret/' "$KX_CONFIG_FILE" >"$WORK/wrong-secret.ini"
 step "a platform request signed with a wrong secret is refused" refused -- \
   --config "$WORK/wrong-secret.ini" call KXSim GET /v1/accounts/demo
+step "the platform account behind an OAuth2 code" ok -- \
+  platform whoami --code kxcode-demo --redirect-uri https://app.example/callback --org org-0001
+printf 'Contract between the demo organisation and its partner.\n' >"$WORK/contract.txt"
+step "a document signed under a witness flow (kxsim approves on the device after a few polls)" ok -- \
+  platform sign --org org-0001 --account acc-0001 --doc "$WORK/contract.txt" --interval-ms 300
 
 # Certificate services: a UKey's key and CSR made with OpenSSL, the CSR
 # expanded into a double certificate at kxsim, the result checked.

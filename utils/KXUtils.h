@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <string>
 #include <vector>
@@ -212,3 +213,34 @@ KXUTILS_API void IWK_RegisterSecret(const std::string& secret);
 // <source [line] - function> <"text">
 #define KX_LOG(level, source, function, fmt, ...) \
     KX_WriteLog(level, "<%s [%d] - %s> <\"" fmt "\">", source, __LINE__, function, ##__VA_ARGS__)
+
+// ---------------------------------------------------------------------------
+// Timers. A portable form of a thread's message-queue timer: each timer
+// belongs to the thread that set it and fires only inside IWK_DispatchTimers
+// called on that thread, as a Windows application's message loop would
+// deliver it. Timers that fell due several times meanwhile fire once.
+
+// The callback of a timer: window (always null here), message number,
+// timer id, and the clock in milliseconds when it fired.
+typedef void (*KXTimerProc)(void* window, unsigned int message, uintptr_t id,
+                            unsigned long timeMs);
+// Millisecond clock the timers read; monotonic by default.
+typedef long long (*KXTimerClock)();
+
+// Sets a timer on the calling thread's queue: fires every intervalMs (at
+// least 1). window must be null; event is then ignored. Returns the new
+// timer's id, unique in the process and never 0, or 0 on failure.
+KXUTILS_API uintptr_t IWK_SetTimer(void* window, uintptr_t event, unsigned int intervalMs,
+                                   KXTimerProc proc);
+// Ends a timer, from any thread. false when window is not null or no such
+// timer runs.
+KXUTILS_API bool IWK_KillTimer(void* window, uintptr_t id);
+// Runs the callbacks of the calling thread's timers that are due; returns
+// how many ran. An application's loop calls it on each thread that set timers.
+KXUTILS_API int IWK_DispatchTimers();
+// Milliseconds until the calling thread's next timer is due (0 when one is
+// due now), or -1 when the thread has none: how long its loop may sleep.
+KXUTILS_API long long IWK_NextTimerDueMs();
+// Replaces the clock (null puts the monotonic one back) and returns the old;
+// tests drive the timers with it.
+KXUTILS_API KXTimerClock IWK_SetTimerClock(KXTimerClock clock);

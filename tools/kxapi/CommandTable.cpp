@@ -14,6 +14,9 @@ int CmdCertCheck(const Args& args);
 int CmdCertExpand(const Args& args);
 int CmdCertApply(const Args& args);
 int CmdUkeyTry(const Args& args);
+int CmdPlatformWhoami(const Args& args);
+int CmdPlatformEncryptTask(const Args& args);
+int CmdPlatformSign(const Args& args);
 
 const std::vector<Command>& Commands() {
     static const std::vector<Command> commands = {
@@ -71,6 +74,24 @@ const std::vector<Command>& Commands() {
          "reports a try on a UKey to the legacy server; shows the tries left",
          {"success", "failure", "locked"},
          CmdUkeyTry},
+        {"platform whoami",
+         "--code C --redirect-uri U [--org ORG] [--section KXPlatform]",
+         "the account an OAuth2 code stands for, with its identity and real-name data",
+         {},
+         CmdPlatformWhoami},
+        {"platform encrypt-task",
+         "--account A [--org O] [--type N] [--description D] [--ref-task R] [--key K] "
+         "[--space S] [--timeout S] [--interval-ms MS] [--section KXPlatform]",
+         "confirms the account's will by QR code, then creates, executes and ends an "
+         "encryption task",
+         {},
+         CmdPlatformEncryptTask},
+        {"platform sign",
+         "--org O --account A --doc FILE [--doc-id ID] [--timeout S] [--interval-ms MS] "
+         "[--section KXPlatform]",
+         "signs a document's SHA-256 hash under a new witness flow, approved by QR code",
+         {},
+         CmdPlatformSign},
     };
     return commands;
 }

@@ -10,6 +10,8 @@ std::string CloudCheckConfig(const Sim& sim);
 void InstallCertExpand(Sim& sim);
 std::string CertExpandConfig(const Sim& sim);
 void InstallInkwellCerts(Sim& sim);
+void InstallPlatformService(Sim& sim);
+std::string PlatformServiceConfig(const Sim& sim);
 
 const std::vector<Module>& Modules() {
     static const std::vector<Module> modules = {
@@ -17,6 +19,7 @@ const std::vector<Module>& Modules() {
         {"cloud-check", InstallCloudCheck, CloudCheckConfig},
         {"cert-expand", InstallCertExpand, CertExpandConfig},
         {"inkwell-certs", InstallInkwellCerts, nullptr},  // uses [KXInkwell] of cert-services
+        {"platform", InstallPlatformService, PlatformServiceConfig},
     };
     return modules;
 }

@@ -1,0 +1,114 @@
+// The per-thread timers of the platform layer, driven by a test clock.
+#include <gtest/gtest.h>
+
+#include <thread>
+#include <vector>
+
+#include "KXUtils.h"
+
+namespace {
+
+long long g_now = 0;
+long long TestClock() {
+    return g_now;
+}
+
+std::vector<uintptr_t> g_fired;
+uintptr_t g_killInCallback = 0;
+void Record(void* window, unsigned int message, uintptr_t id, unsigned long timeMs) {
+    EXPECT_EQ(nullptr, window);
+    EXPECT_EQ(0x0113u, message);
+    EXPECT_EQ(static_cast<unsigned long>(g_now), timeMs);
+    g_fired.push_back(id);
+    if (g_killInCallback != 0) IWK_KillTimer(nullptr, g_killInCallback);
+}
+
+class TimerTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        g_now = 1000;
+        g_fired.clear();
+        g_killInCallback = 0;
+        old_ = IWK_SetTimerClock(TestClock);
+    }
+    void TearDown() override {
+        for (uintptr_t id : ids_) IWK_KillTimer(nullptr, id);
+        IWK_SetTimerClock(old_);
+    }
+    uintptr_t Set(unsigned int ms) {
+        uintptr_t id = IWK_SetTimer(nullptr, 1, ms, Record);
+        ids_.push_back(id);
+        return id;
+    }
+    KXTimerClock old_ = nullptr;
+    std::vector<uintptr_t> ids_;
+};
+
+}  // namespace
+
+TEST_F(TimerTest, FiresOnDispatchOnlyWhenDueAndCollapsesMissedPeriods) {
+    EXPECT_EQ(-1, IWK_NextTimerDueMs());
+    const uintptr_t a = Set(100);
+    const uintptr_t b = Set(100);
+    ASSERT_NE(0u, a);
+    EXPECT_NE(a, b);  // the event number does not decide the id
+    EXPECT_EQ(100, IWK_NextTimerDueMs());
+
+    g_now = 1099;
+    EXPECT_EQ(0, IWK_DispatchTimers());
+    EXPECT_EQ(1, IWK_NextTimerDueMs());
+    g_now = 1100;
+    EXPECT_EQ(2, IWK_DispatchTimers());
+    EXPECT_EQ((std::vector<uintptr_t>{a, b}), g_fired);
+
+    // Ten periods pass unattended: one firing, next period counted from now.
+    g_now = 2150;
+    g_fired.clear();
+    EXPECT_TRUE(IWK_KillTimer(nullptr, b));
+    EXPECT_EQ(1, IWK_DispatchTimers());
+    EXPECT_EQ(100, IWK_NextTimerDueMs());
+    EXPECT_EQ(0, IWK_DispatchTimers());
+
+    EXPECT_TRUE(IWK_KillTimer(nullptr, a));
+    EXPECT_FALSE(IWK_KillTimer(nullptr, a));
+    EXPECT_FALSE(IWK_KillTimer(nullptr, 0));
+    EXPECT_EQ(-1, IWK_NextTimerDueMs());
+    g_now = 9000;
+    EXPECT_EQ(0, IWK_DispatchTimers());
+
+    // A window handle names nothing here; a null callback is refused.
+    int window = 0;
+    EXPECT_EQ(0u, IWK_SetTimer(&window, 1, 10, Record));
+    EXPECT_EQ(0u, IWK_SetTimer(nullptr, 1, 10, nullptr));
+    EXPECT_FALSE(IWK_KillTimer(&window, 1));
+}
+
+TEST_F(TimerTest, CallbackMayKillAnotherDueTimer) {
+    const uintptr_t a = Set(10);
+    const uintptr_t b = Set(10);
+    g_killInCallback = b;
+    g_now += 10;
+    EXPECT_EQ(1, IWK_DispatchTimers());
+    EXPECT_EQ((std::vector<uintptr_t>{a}), g_fired);
+}
+
+TEST_F(TimerTest, TimersBelongToTheirThread) {
+    const uintptr_t mine = Set(10);
+    uintptr_t theirs = 0;
+    int firedThere = -1;
+    std::thread other([&] {
+        theirs = IWK_SetTimer(nullptr, 1, 10, Record);
+        g_now += 10;  // read by both threads; this thread alone writes it now
+        firedThere = IWK_DispatchTimers();
+    });
+    other.join();
+    // The other thread fired only its own timer, which ended with the thread.
+    EXPECT_EQ(1, firedThere);
+    EXPECT_EQ((std::vector<uintptr_t>{theirs}), g_fired);
+    EXPECT_FALSE(IWK_KillTimer(nullptr, theirs));
+
+    // Killing works from any thread.
+    std::thread killer([&] { EXPECT_TRUE(IWK_KillTimer(nullptr, mine)); });
+    killer.join();
+    EXPECT_EQ(0, IWK_DispatchTimers());
+}
