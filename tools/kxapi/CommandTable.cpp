@@ -10,6 +10,9 @@ int CmdConfigEncrypt(const Args& args);
 int CmdServerConfig(const Args& args);
 int CmdLegacyAuth(const Args& args);
 int CmdCall(const Args& args);
+int CmdSealSign(const Args& args);
+int CmdSealList(const Args& args);
+int CmdSealPrintCount(const Args& args);
 
 const std::vector<Command>& Commands() {
     static const std::vector<Command> commands = {
@@ -44,6 +47,23 @@ const std::vector<Command>& Commands() {
          "a request signed with the identity of SECTION, to any path of its server",
          {},
          CmdCall},
+        {"seal sign",
+         "--user U --password P (--hash B64 | --file F) [--seal-id N] [--login-type T] "
+         "[--sign-pwd PIN] [--cert-out FILE] [--sig-out FILE]",
+         "the road of one hash: Init, Login, GetSealList, SignHash, ReportSignResult, Logout "
+         "(a file is hashed with SHA-256)",
+         {},
+         CmdSealSign},
+        {"seal list",
+         "--user U --password P [--seal-id N] [--cert-serial SN] [--login-type T]",
+         "the seals of a user at the seal server",
+         {},
+         CmdSealList},
+        {"seal print-count",
+         "get PRINT_ID | set PRINT_ID REMAIN --user U --password P [--login-type T]",
+         "prints left of a document at the seal-management server, or writes the number left",
+         {},
+         CmdSealPrintCount},
     };
     return commands;
 }

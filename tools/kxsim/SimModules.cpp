@@ -5,10 +5,13 @@ namespace kxsim {
 
 void InstallCertServices(Sim& sim);
 std::string CertServicesConfig(const Sim& sim);
+void InstallSealServer(Sim& sim);
+std::string SealServerConfig(const Sim& sim);
 
 const std::vector<Module>& Modules() {
     static const std::vector<Module> modules = {
         {"cert-services", InstallCertServices, CertServicesConfig},
+        {"seal-server", InstallSealServer, SealServerConfig},
     };
     return modules;
 }
