@@ -24,5 +24,11 @@ demo: build
 format:
 	@clang-format -i $$(git ls-files '*.cpp' '*.h')
 
+# Benchmarks: the seal client's round trips next to raw libcurl, and seal-list parsing.
+.PHONY: bench
+bench: configure
+	@cmake --build $(BUILD_DIR) -j $(JOBS) --target seal_bench
+	@$(BUILD_DIR)/bench/seal_bench
+
 clean:
 	@rm -rf $(BUILD_DIR)

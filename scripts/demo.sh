@@ -106,6 +106,43 @@ else
   FAILED=$((FAILED + 1))
 fi
 
+# The road of one hash through the seal server, then OpenSSL checks the signature.
+printf 'Contract of 23 November between the demo parties.\n' >"$WORK/contract.txt"
+step "seal list of the demo user (discovery, login, list, logout)" ok -- \
+  seal list --user demo --password demo-password
+step "the road of one hash: the contract's SHA-256 signed by the user's first seal" ok -- \
+  seal sign --user demo --password demo-password --sign-pwd demo-pin \
+  --file "$WORK/contract.txt" --cert-out "$WORK/seal-cert.pem" --sig-out "$WORK/signature.bin"
+STEP=$((STEP + 1))
+printf '\n== Step %d: verify the returned signature with OpenSSL against the seal certificate\n' "$STEP"
+if openssl verify -CAfile "$WORK/sim-state/ca.pem" "$WORK/seal-cert.pem" &&
+  openssl x509 -in "$WORK/seal-cert.pem" -noout -subject &&
+  openssl x509 -in "$WORK/seal-cert.pem" -pubkey -noout >"$WORK/seal-pub.pem" &&
+  openssl dgst -sha256 -verify "$WORK/seal-pub.pem" -signature "$WORK/signature.bin" \
+    "$WORK/contract.txt"; then
+  echo "signature verified: RSA PKCS#1 v1.5 over SHA-256 of contract.txt, seal certificate issued by kxsim's CA"
+  printf -- '-- ok\n'
+else
+  printf -- '-- FAILED (the signature did not verify)\n'
+  FAILED=$((FAILED + 1))
+fi
+printf 'Contract of 24 November.\n' >"$WORK/other.txt"
+STEP=$((STEP + 1))
+printf '\n== Step %d: the same signature over another document does not verify\n' "$STEP"
+if openssl dgst -sha256 -verify "$WORK/seal-pub.pem" -signature "$WORK/signature.bin" \
+  "$WORK/other.txt" 2>/dev/null; then
+  printf -- '-- FAILED (verified a document that was not signed)\n'
+  FAILED=$((FAILED + 1))
+else
+  printf -- '-- ok\n'
+fi
+step "a wrong sign PIN: the seal server refuses to sign" refused -- \
+  seal sign --user demo --password demo-password --sign-pwd wrong-pin --file "$WORK/contract.txt"
+step "prints left of a document, at the seal-management server" ok -- \
+  seal print-count get print-0001 --user demo --password demo-password
+step "one print used: the number left written back" ok -- \
+  seal print-count set print-0001 4 --user demo --password demo-password
+
 printf '\n'
 if [ $FAILED -eq 0 ]; then
   echo "demo: all $STEP steps did what they should"

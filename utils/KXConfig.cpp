@@ -1,8 +1,10 @@
 // The configuration store: one INI file, read through a stat-validated cache
 // and rewritten atomically (temporary file + rename) under a file lock.
+#include "KXConfigSnapshot.h"
 #include "KXPaths.h"
 #include "KXUtils.h"
 
+#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
@@ -290,7 +292,10 @@ std::shared_ptr<const Store> LoadStore() {
     return store;
 }
 
+std::atomic<unsigned long> g_generation{0};
+
 void InvalidateCache() {
+    g_generation.fetch_add(1);
     std::lock_guard<std::mutex> lock(g_cacheMutex);
     Cache& cache = TheCache();
     cache.valid = false;
@@ -446,14 +451,32 @@ std::string IWK_GetConfigFilePath() {
     }
 }
 
-int IWK_GetConfigByKey(const std::string& section, const std::string& key, std::string& value,
-                       const std::string& fallback) {
+namespace kxutils {
+
+ConfigSnapshot::ConfigSnapshot() {
     try {
-        const std::shared_ptr<const Store> store = LoadStore();
-        const auto it = store->find(StoreKey(Trim(section), Trim(key)));
-        if (it != store->end()) {
-            value = it->second;
-            return 1;
+        store_ = LoadStore();
+    } catch (...) {
+        store_.reset();
+    }
+}
+
+ConfigSnapshot::~ConfigSnapshot() = default;
+
+unsigned long ConfigGeneration() {
+    return g_generation.load();
+}
+
+int ConfigSnapshot::Get(const std::string& section, const std::string& key, std::string& value,
+                        const std::string& fallback) const {
+    try {
+        const Store* store = static_cast<const Store*>(store_.get());
+        if (store != nullptr) {
+            const auto it = store->find(StoreKey(Trim(section), Trim(key)));
+            if (it != store->end()) {
+                value = it->second;
+                return 1;
+            }
         }
         value = fallback;
         return 0;
@@ -466,12 +489,12 @@ int IWK_GetConfigByKey(const std::string& section, const std::string& key, std::
     }
 }
 
-int IWK_GetConfigByKey(const std::string& section, const std::string& key, int& value,
-                       int fallback) {
+int ConfigSnapshot::Get(const std::string& section, const std::string& key, int& value,
+                        int fallback) const {
     try {
         std::string text;
         int parsed = 0;
-        if (IWK_GetConfigByKey(section, key, text, std::string()) && ParseInt(text, parsed)) {
+        if (Get(section, key, text, std::string()) && ParseInt(text, parsed)) {
             value = parsed;
             return 1;
         }
@@ -479,6 +502,18 @@ int IWK_GetConfigByKey(const std::string& section, const std::string& key, int& 
     }
     value = fallback;
     return 0;
+}
+
+}  // namespace kxutils
+
+int IWK_GetConfigByKey(const std::string& section, const std::string& key, std::string& value,
+                       const std::string& fallback) {
+    return kxutils::ConfigSnapshot().Get(section, key, value, fallback);
+}
+
+int IWK_GetConfigByKey(const std::string& section, const std::string& key, int& value,
+                       int fallback) {
+    return kxutils::ConfigSnapshot().Get(section, key, value, fallback);
 }
 
 int IWK_SetConfigByKey(const std::string& section, const std::string& key,

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "KXConfigSnapshot.h"
 #include "KXUtils.h"
 
 namespace {
@@ -32,19 +33,21 @@ struct Settings {
 };
 
 Settings ReadSettings() {
+    // One look at the store for all of them.
+    const kxutils::ConfigSnapshot config;
     Settings s;
-    IWK_GetConfigByKey("KXUtils", "CAFile", s.caFile, "");
+    config.Get("KXUtils", "CAFile", s.caFile, "");
     int verify = 1;
-    IWK_GetConfigByKey("KXUtils", "VerifyTLS", verify, 1);
+    config.Get("KXUtils", "VerifyTLS", verify, 1);
     s.verifyTls = verify != 0;
     int value = 0;
     // 0 keeps curl's meaning (no limit); a negative value is a typing error.
-    IWK_GetConfigByKey("KXUtils", "ConnectTimeoutMs", value, kDefaultConnectTimeoutMs);
+    config.Get("KXUtils", "ConnectTimeoutMs", value, kDefaultConnectTimeoutMs);
     s.connectTimeoutMs = value >= 0 ? value : kDefaultConnectTimeoutMs;
-    IWK_GetConfigByKey("KXUtils", "TimeoutMs", value, kDefaultTimeoutMs);
+    config.Get("KXUtils", "TimeoutMs", value, kDefaultTimeoutMs);
     s.timeoutMs = value >= 0 ? value : kDefaultTimeoutMs;
-    s.proxySet = IWK_GetConfigByKey("KXUtils", "Proxy", s.proxy, "") != 0;
-    IWK_GetConfigByKey("KXUtils", "MaxReplyBytes", value, kDefaultMaxReplyBytes);
+    s.proxySet = config.Get("KXUtils", "Proxy", s.proxy, "") != 0;
+    config.Get("KXUtils", "MaxReplyBytes", value, kDefaultMaxReplyBytes);
     s.maxReplyBytes = value > 0 ? value : kDefaultMaxReplyBytes;
     return s;
 }

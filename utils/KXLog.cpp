@@ -1,4 +1,5 @@
 // The log: one line per call, secrets masked, appended to a size-rotated file.
+#include "KXConfigSnapshot.h"
 #include "KXPaths.h"
 #include "KXUtils.h"
 
@@ -214,7 +215,8 @@ std::string Prefix(int level) {
     ::clock_gettime(CLOCK_REALTIME, &now);
     struct tm tm;
     ::localtime_r(&now.tv_sec, &tm);
-    const long tid = static_cast<long>(::syscall(SYS_gettid));
+    // A thread keeps its id: asked once.
+    static thread_local const long tid = static_cast<long>(::syscall(SYS_gettid));
     std::string levelName;
     switch (level) {
         case KX_LOG_TRACE:
@@ -244,13 +246,65 @@ std::string Prefix(int level) {
 // ---------------------------------------------------------------------------
 // Destination
 
-std::string LogPath() {
+// The log's own keys of the store. They are looked up at most every
+// kSettingsRefreshMs, so that a line costs no look at the store; a write to
+// the store by this process, or another store file, counts at once.
+struct LogSettings {
+    int minLevel = 1;
+    int maxBytes = kDefaultMaxBytes;
+    std::string file;  // LogFile
+};
+
+const long long kSettingsRefreshMs = 1000;
+
+struct SettingsCache {
+    std::mutex mutex;
+    bool valid = false;
+    long long readAtMs = 0;
+    std::string configPath;
+    unsigned long generation = 0;
+    LogSettings settings;
+};
+
+// Never destroyed, for the same reason as the secret list.
+SettingsCache& TheSettingsCache() {
+    static SettingsCache* cache = new SettingsCache;
+    return *cache;
+}
+
+LogSettings CurrentSettings() {
+    struct timespec now;
+    ::clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    const long long nowMs = static_cast<long long>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
+    const std::string configPath = IWK_GetConfigFilePath();
+    const unsigned long generation = kxutils::ConfigGeneration();
+    SettingsCache& cache = TheSettingsCache();
+    {
+        std::lock_guard<std::mutex> lock(cache.mutex);
+        if (cache.valid && cache.configPath == configPath && cache.generation == generation &&
+            nowMs - cache.readAtMs < kSettingsRefreshMs) {
+            return cache.settings;
+        }
+    }
+    const kxutils::ConfigSnapshot config;
+    LogSettings settings;
+    config.Get(kSection, "LogLevel", settings.minLevel, 1);
+    config.Get(kSection, "LogMaxBytes", settings.maxBytes, kDefaultMaxBytes);
+    if (settings.maxBytes <= 0) settings.maxBytes = kDefaultMaxBytes;
+    config.Get(kSection, "LogFile", settings.file, std::string());
+    std::lock_guard<std::mutex> lock(cache.mutex);
+    cache.valid = true;
+    cache.readAtMs = nowMs;
+    cache.configPath = configPath;
+    cache.generation = generation;
+    cache.settings = settings;
+    return settings;
+}
+
+std::string LogPath(const LogSettings& settings) {
     const char* env = std::getenv("KX_LOG_FILE");
     if (env && *env) return env;
-    std::string configured;
-    if (IWK_GetConfigByKey(kSection, "LogFile", configured, std::string()) && !configured.empty()) {
-        return configured;
-    }
+    if (!settings.file.empty()) return settings.file;
     const std::string path = kxutils::UserFile("XDG_STATE_HOME", ".local/state", "KXServerApi.log");
     return path.empty() ? "-" : path;
 }
@@ -289,11 +343,14 @@ struct Sink {
 
     // Open on `p`, and on the file that now stands there: after a rotation by
     // another process or a removal, the old descriptor points elsewhere.
-    bool Ensure(const std::string& p) {
+    // `open` receives the state of the descriptor when it was known to be current.
+    bool Ensure(const std::string& p, struct stat& open, bool& haveOpen) {
+        haveOpen = false;
         if (fd >= 0 && path == p) {
-            struct stat onDisk, open;
+            struct stat onDisk;
             if (::stat(p.c_str(), &onDisk) == 0 && ::fstat(fd, &open) == 0 &&
                 onDisk.st_dev == open.st_dev && onDisk.st_ino == open.st_ino) {
+                haveOpen = true;
                 return true;
             }
         }
@@ -309,11 +366,9 @@ Sink& TheSink() {
 
 std::mutex g_sinkMutex;
 
-void Emit(const std::string& line) {
-    const std::string path = LogPath();
-    int maxBytes = kDefaultMaxBytes;
-    IWK_GetConfigByKey(kSection, "LogMaxBytes", maxBytes, kDefaultMaxBytes);
-    if (maxBytes <= 0) maxBytes = kDefaultMaxBytes;
+void Emit(const std::string& line, const LogSettings& settings) {
+    const std::string path = LogPath(settings);
+    const int maxBytes = settings.maxBytes;
 
     std::lock_guard<std::mutex> lock(g_sinkMutex);
     Sink& sink = TheSink();
@@ -321,9 +376,10 @@ void Emit(const std::string& line) {
         WriteAll(STDERR_FILENO, line);
         return;
     }
-    if (!sink.Ensure(path)) return;
     struct stat st;
-    if (::fstat(sink.fd, &st) == 0 && st.st_size > 0 &&
+    bool haveStat = false;
+    if (!sink.Ensure(path, st, haveStat)) return;
+    if ((haveStat || ::fstat(sink.fd, &st) == 0) && st.st_size > 0 &&
         static_cast<unsigned long long>(st.st_size) + line.size() >
             static_cast<unsigned long long>(maxBytes)) {
         const std::string old = path + ".1";
@@ -339,9 +395,8 @@ void Emit(const std::string& line) {
 void KX_WriteLog(KX_LOG_LEVEL level, const char* format, ...) {
     try {
         if (!format) return;
-        int minLevel = 1;
-        IWK_GetConfigByKey(kSection, "LogLevel", minLevel, 1);
-        if (static_cast<int>(level) < minLevel) return;
+        const LogSettings settings = CurrentSettings();
+        if (static_cast<int>(level) < settings.minLevel) return;
 
         std::string text;
         bool formatted = false;
@@ -355,7 +410,7 @@ void KX_WriteLog(KX_LOG_LEVEL level, const char* format, ...) {
         va_end(ap);
         if (!formatted) text = std::string("(unformattable log text) ") + format;
 
-        Emit(Prefix(static_cast<int>(level)) + MaskText(text) + "\n");
+        Emit(Prefix(static_cast<int>(level)) + MaskText(text) + "\n", settings);
     } catch (...) {
         // The log never disturbs its caller.
     }

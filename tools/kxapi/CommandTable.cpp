@@ -17,6 +17,9 @@ int CmdUkeyTry(const Args& args);
 int CmdPlatformWhoami(const Args& args);
 int CmdPlatformEncryptTask(const Args& args);
 int CmdPlatformSign(const Args& args);
+int CmdSealSign(const Args& args);
+int CmdSealList(const Args& args);
+int CmdSealPrintCount(const Args& args);
 
 const std::vector<Command>& Commands() {
     static const std::vector<Command> commands = {
@@ -92,6 +95,23 @@ const std::vector<Command>& Commands() {
          "signs a document's SHA-256 hash under a new witness flow, approved by QR code",
          {},
          CmdPlatformSign},
+        {"seal sign",
+         "--user U --password P (--hash B64 | --file F) [--seal-id N] [--login-type T] "
+         "[--sign-pwd PIN] [--cert-out FILE] [--sig-out FILE]",
+         "the road of one hash: Init, Login, GetSealList, SignHash, ReportSignResult, Logout "
+         "(a file is hashed with SHA-256)",
+         {},
+         CmdSealSign},
+        {"seal list",
+         "--user U --password P [--seal-id N] [--cert-serial SN] [--login-type T]",
+         "the seals of a user at the seal server",
+         {},
+         CmdSealList},
+        {"seal print-count",
+         "get PRINT_ID | set PRINT_ID REMAIN --user U --password P [--login-type T]",
+         "prints left of a document at the seal-management server, or writes the number left",
+         {},
+         CmdSealPrintCount},
     };
     return commands;
 }

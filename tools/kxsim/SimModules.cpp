@@ -12,6 +12,8 @@ std::string CertExpandConfig(const Sim& sim);
 void InstallInkwellCerts(Sim& sim);
 void InstallPlatformService(Sim& sim);
 std::string PlatformServiceConfig(const Sim& sim);
+void InstallSealServer(Sim& sim);
+std::string SealServerConfig(const Sim& sim);
 
 const std::vector<Module>& Modules() {
     static const std::vector<Module> modules = {
@@ -20,6 +22,7 @@ const std::vector<Module>& Modules() {
         {"cert-expand", InstallCertExpand, CertExpandConfig},
         {"inkwell-certs", InstallInkwellCerts, nullptr},  // uses [KXInkwell] of cert-services
         {"platform", InstallPlatformService, PlatformServiceConfig},
+        {"seal-server", InstallSealServer, SealServerConfig},
     };
     return modules;
 }

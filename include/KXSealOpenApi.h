@@ -1,0 +1,82 @@
+// Client of the seal open API: a session with the seal server, the user's seals,
+// hash signing, sign logs and, as version 1 of print control, print counts.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "KXCommonType.h"
+#include "KXExport.h"
+#include "KXServerBase.h"
+#include "PrintCtrlHelper.h"
+
+// Login types of CKXSealOpenApi::Login: how the password travels in the form.
+enum KXSealLoginType {
+    KX_SEAL_LOGIN_DIGEST = 0,   // hex digest of the password
+    KX_SEAL_LOGIN_ENCODED = 1,  // user and password URL-encoded
+    KX_SEAL_LOGIN_PLAIN = 2,    // as given
+    KX_SEAL_LOGIN_DIGEST3 = 3,  // as 0, with loginType 3
+};
+
+class KX_API CKXSealOpenApi : public KXServerBase, public PrintCtrlHelper {
+public:
+    CKXSealOpenApi();
+    CKXSealOpenApi(const CKXSealOpenApi& other);
+    CKXSealOpenApi& operator=(const CKXSealOpenApi& other);
+    ~CKXSealOpenApi();
+
+    // Checks and keeps info, reads the endpoints of section OpenApiURL and,
+    // unless ServerFlag is set, asks the server for them.
+    long Init(const _init_Info_s& info) override;
+    virtual long Login(const char* user, const char* userPwd, int nLoginType);
+    virtual long Logout();
+    virtual int IsLogin();
+    // sealId 0 and an empty certSerial ask for every seal of the user.
+    virtual long GetSealList(int sealId, const char* certSerial,
+                             std::vector<_seal_Info_s>& sealInfoList);
+    virtual long SignHash(const char* originalB64, const char* signPwd, std::string& signValueB64);
+    virtual long ReportSignResult(const char* timestamp, const char* docName, const char* docHash,
+                                  const char* docContent, const char* signInfo, const char* certId,
+                                  const char* sealId);
+
+    long QueryPrintInfo(const std::string& sPrintID, int& iTotal, int& iRemain) override;
+    long UpdatePrintInfo(const std::string& sPrintID, const int& iRemain) override;
+
+protected:
+    long OnInit(const std::string& text);
+    long OnLogin(const std::string& text);
+    long OnLogout(const std::string& text);
+    long OnGetSealList(const std::string& text, std::vector<_seal_Info_s>& sealInfoList);
+    long OnSignHash(const std::string& text, std::string& signValueB64);
+    long OnReportSignResult(const std::string& text);
+    long OnQueryPrintInfo(const std::string& text, int& iTotal, int& iRemain);
+    long OnUpdatePrintInfo(const std::string& text);
+
+public:
+    std::string strUserName;
+    std::string strUserPwd;
+    int iLoginType;
+    std::string strToken;
+    std::string strMac;
+    std::string strEquipId;
+    std::string strInitUrl;
+    int iServerFlag;
+    std::string strHost;
+    std::string strPort;
+    std::string strLoginUrl;
+    std::string strLogoutUrl;
+    std::string strGetSealListUrl;
+    std::string strSignHashUrl;
+    std::string strSaveSignLogUrl;
+    std::string strConvertToPdfUrl;
+    std::string strSealManageHost;
+    std::string strSealManagePort;
+    std::string strGetPrintCount;
+    std::string strUpdatePrint;
+    int bIsLogin;
+};
+
+// Decodes a seal's Base64 XML document into seal: 0, 10005 for empty data,
+// 10010 when the document or one of its required elements is missing. Only
+// the fields the document carries are written.
+KX_API long KX_PraseXMLSeal(const char* data, _seal_Info_s& seal);

@@ -1,0 +1,237 @@
+// Commands of the seal open API: the road of one hash, the seal list and the
+// print counts, each in one session (Init, Login, ..., Logout).
+#include <openssl/evp.h>
+
+#include <climits>
+#include <cstdlib>
+#include <ctime>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+
+#include "Commands.h"
+#include "KXSealOpenApi.h"
+#include "KXServerApi.h"
+#include "KXUtils.h"
+
+namespace kxapi {
+
+namespace {
+
+const char kSection[] = "OpenApiURL";
+
+bool ParseInt(const std::string& text, int& value) {
+    if (text.empty()) return false;
+    char* end = nullptr;
+    const long v = std::strtol(text.c_str(), &end, 10);
+    if (*end != '\0' || v < INT_MIN || v > INT_MAX) return false;
+    value = static_cast<int>(v);
+    return true;
+}
+
+std::string Sha256(const std::string& data) {
+    unsigned char md[EVP_MAX_MD_SIZE];
+    unsigned int length = 0;
+    if (EVP_Digest(data.data(), data.size(), md, &length, EVP_sha256(), nullptr) != 1) return "";
+    return std::string(reinterpret_cast<char*>(md), length);
+}
+
+std::string Pem(const std::string& derB64) {
+    std::string pem = "-----BEGIN CERTIFICATE-----\n";
+    for (size_t i = 0; i < derB64.size(); i += 64) pem += derB64.substr(i, 64) + "\n";
+    return pem + "-----END CERTIFICATE-----\n";
+}
+
+bool WriteFile(const std::string& path, const std::string& data) {
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out << data;
+    return static_cast<bool>(out);
+}
+
+// Prints one step of a session on stderr, so that stdout stays one JSON document.
+void Step(Json::Value& steps, const std::string& name, long code) {
+    std::cerr << "kxapi: " << name << ": " << (code == 0 ? "ok" : "code " + std::to_string(code))
+              << "\n";
+    Json::Value step;
+    step["step"] = name;
+    step["code"] = static_cast<Json::Int64>(code);
+    steps.append(step);
+}
+
+Json::Value SealJson(const _seal_Info_s& seal) {
+    Json::Value out;
+    out["sealId"] = seal.sealId;
+    out["sealName"] = seal.sealName;
+    out["sealType"] = seal.sealType;
+    out["certId"] = seal.certId;
+    out["picType"] = seal.picType;
+    out["width"] = seal.width;
+    out["height"] = seal.height;
+    out["certB64"] = seal.certB64;
+    return out;
+}
+
+// Init and Login with --user, --password and --login-type; 0 or the failing
+// step's exit status (already reported).
+int OpenSession(const std::string& command, const Args& args, CKXSealOpenApi& api,
+                Json::Value& steps) {
+    const std::string user = args.get("user");
+    const std::string password = args.get("password");
+    int loginType = 0;
+    if (user.empty() || password.empty()) {
+        return UsageError(command, "give --user and --password");
+    }
+    if (!ParseInt(args.get("login-type", "0"), loginType)) {
+        return UsageError(command, "--login-type is a number (0 to 3)");
+    }
+    _init_Info_s info;
+    KX_GetServerConfig(kSection, info);
+    long code = api.Init(info);
+    Step(steps, "Init", code);
+    if (code != 0) return Fail("CKXSealOpenApi::Init", code);
+    code = api.Login(user.c_str(), password.c_str(), loginType);
+    Step(steps, "Login", code);
+    if (code != 0) return Fail("CKXSealOpenApi::Login", code);
+    return 0;
+}
+
+void CloseSession(CKXSealOpenApi& api, Json::Value& steps) {
+    Step(steps, "Logout", api.Logout());
+}
+
+}  // namespace
+
+int CmdSealSign(const Args& args) {
+    const char* command = "seal sign";
+    const bool hasHash = args.has("hash");
+    const bool hasFile = args.has("file");
+    if (hasHash == hasFile) return UsageError(command, "give one of --hash and --file");
+    int sealId = 0;
+    if (!ParseInt(args.get("seal-id", "0"), sealId)) {
+        return UsageError(command, "--seal-id is a number");
+    }
+    std::string hashB64 = args.get("hash");
+    std::string docName = "hash";
+    if (hasFile) {
+        std::ifstream in(args.get("file"), std::ios::binary);
+        if (!in) return UsageError(command, "cannot read " + args.get("file"));
+        const std::string content((std::istreambuf_iterator<char>(in)),
+                                  std::istreambuf_iterator<char>());
+        hashB64 = IWK_Base64Encode(Sha256(content));
+        docName = IWK_GetBaseName(args.get("file").c_str());
+    }
+
+    CKXSealOpenApi api;
+    Json::Value steps(Json::arrayValue);
+    int status = OpenSession(command, args, api, steps);
+    if (status != 0) return status;
+
+    std::vector<_seal_Info_s> seals;
+    long code = api.GetSealList(sealId, "", seals);
+    Step(steps, "GetSealList", code);
+    if (code != 0) {
+        CloseSession(api, steps);
+        return Fail("CKXSealOpenApi::GetSealList", code);
+    }
+    const _seal_Info_s& seal = seals.front();
+
+    const std::string signPwd = args.get("sign-pwd", args.get("password"));
+    std::string signature;
+    code = api.SignHash(hashB64.c_str(), signPwd.c_str(), signature);
+    Step(steps, "SignHash", code);
+    if (code != 0) {
+        CloseSession(api, steps);
+        return Fail("CKXSealOpenApi::SignHash", code);
+    }
+
+    const std::string timestamp = std::to_string(static_cast<long long>(std::time(nullptr)));
+    code = api.ReportSignResult(timestamp.c_str(), docName.c_str(), hashB64.c_str(), "",
+                                signature.c_str(), seal.certId.c_str(), seal.sealId.c_str());
+    Step(steps, "ReportSignResult", code);
+    if (code != 0) {
+        CloseSession(api, steps);
+        return Fail("CKXSealOpenApi::ReportSignResult", code);
+    }
+    code = api.Logout();
+    Step(steps, "Logout", code);
+    if (code != 0) return Fail("CKXSealOpenApi::Logout", code);
+
+    // The certificate of the list, else the one inside the seal document.
+    const std::string certB64 = seal.certB64.empty() ? seal.cert : seal.certB64;
+    if (args.has("cert-out") && !WriteFile(args.get("cert-out"), Pem(certB64))) {
+        std::cerr << "kxapi: cannot write " << args.get("cert-out") << "\n";
+        return 1;
+    }
+    if (args.has("sig-out") && !WriteFile(args.get("sig-out"), IWK_Base64Decode(signature))) {
+        std::cerr << "kxapi: cannot write " << args.get("sig-out") << "\n";
+        return 1;
+    }
+
+    Json::Value out;
+    out["steps"] = steps;
+    out["seal"] = SealJson(seal);
+    out["hash"] = hashB64;
+    out["hashAlgorithm"] = hasFile ? "SHA-256" : "as given";
+    out["signature"] = signature;
+    PrintJson(out);
+    return 0;
+}
+
+int CmdSealList(const Args& args) {
+    const char* command = "seal list";
+    int sealId = 0;
+    if (!ParseInt(args.get("seal-id", "0"), sealId)) {
+        return UsageError(command, "--seal-id is a number");
+    }
+    CKXSealOpenApi api;
+    Json::Value steps(Json::arrayValue);
+    int status = OpenSession(command, args, api, steps);
+    if (status != 0) return status;
+    std::vector<_seal_Info_s> seals;
+    const std::string serial = args.get("cert-serial");
+    long code = api.GetSealList(sealId, serial.c_str(), seals);
+    Step(steps, "GetSealList", code);
+    CloseSession(api, steps);
+    if (code != 0) return Fail("CKXSealOpenApi::GetSealList", code);
+    Json::Value out;
+    out["steps"] = steps;
+    out["seals"] = Json::Value(Json::arrayValue);
+    for (const _seal_Info_s& seal : seals) out["seals"].append(SealJson(seal));
+    PrintJson(out);
+    return 0;
+}
+
+int CmdSealPrintCount(const Args& args) {
+    const char* command = "seal print-count";
+    const auto& p = args.positional();
+    int remain = 0;
+    const bool get = p.size() == 2 && p[0] == "get";
+    const bool set = p.size() == 3 && p[0] == "set";
+    if (!get && !set) return UsageError(command, "give get PRINT_ID or set PRINT_ID REMAIN");
+    if (set && !ParseInt(p[2], remain)) return UsageError(command, "REMAIN is a number");
+
+    CKXSealOpenApi api;
+    Json::Value steps(Json::arrayValue);
+    int status = OpenSession(command, args, api, steps);
+    if (status != 0) return status;
+    int total = 0;
+    long code = 0;
+    if (get) {
+        code = api.QueryPrintInfo(p[1], total, remain);
+        Step(steps, "QueryPrintInfo", code);
+    } else {
+        code = api.UpdatePrintInfo(p[1], remain);
+        Step(steps, "UpdatePrintInfo", code);
+    }
+    CloseSession(api, steps);
+    if (code != 0) return Fail(get ? "QueryPrintInfo" : "UpdatePrintInfo", code);
+    Json::Value out;
+    out["steps"] = steps;
+    out["printId"] = p[1];
+    out["remain"] = remain;
+    if (get) out["total"] = total;
+    PrintJson(out);
+    return 0;
+}
+
+}  // namespace kxapi

@@ -1,0 +1,31 @@
+// One look at the configuration store for reads that belong together (the
+// settings of one request, of one log line): the file is checked once, not
+// once per key. Internal to libKXUtils.
+#pragma once
+
+#include <memory>
+#include <string>
+
+namespace kxutils {
+
+class ConfigSnapshot {
+public:
+    // The store as it is now.
+    ConfigSnapshot();
+    ~ConfigSnapshot();
+    ConfigSnapshot(const ConfigSnapshot&) = delete;
+    ConfigSnapshot& operator=(const ConfigSnapshot&) = delete;
+
+    // As IWK_GetConfigByKey, on this snapshot.
+    int Get(const std::string& section, const std::string& key, std::string& value,
+            const std::string& fallback) const;
+    int Get(const std::string& section, const std::string& key, int& value, int fallback) const;
+
+private:
+    std::shared_ptr<const void> store_;
+};
+
+// Counts the writes of this process to the store.
+unsigned long ConfigGeneration();
+
+}  // namespace kxutils
