@@ -322,9 +322,22 @@ void WriteAll(int fd, const std::string& data) {
 }
 
 // The open log file. Guarded by g_sinkMutex, which also keeps lines whole.
+// How often the sink looks at the file on disk: whether another process
+// rotated or removed it, and how large it is. In between, a line costs one
+// write and the size is counted here.
+const long long kSinkCheckMs = 1000;
+
+long long MonotonicMs() {
+    struct timespec now;
+    ::clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    return static_cast<long long>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
+}
+
 struct Sink {
     std::string path;
     int fd = -1;
+    unsigned long long size = 0;  // of the open file, as far as this process knows
+    long long checkedAtMs = 0;
 
     void Close() {
         if (fd >= 0) ::close(fd);
@@ -337,22 +350,25 @@ struct Sink {
         if (!kxutils::MakeParentDirs(p)) return false;
         fd = ::open(p.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
         if (fd < 0) return false;
+        struct stat st;
+        size = ::fstat(fd, &st) == 0 ? static_cast<unsigned long long>(st.st_size) : 0;
+        checkedAtMs = MonotonicMs();
         path = p;
         return true;
     }
 
     // Open on `p`, and on the file that now stands there: after a rotation by
     // another process or a removal, the old descriptor points elsewhere.
-    // `open` receives the state of the descriptor when it was known to be current.
-    bool Ensure(const std::string& p, struct stat& open, bool& haveOpen) {
-        haveOpen = false;
-        if (fd >= 0 && path == p) {
-            struct stat onDisk;
-            if (::stat(p.c_str(), &onDisk) == 0 && ::fstat(fd, &open) == 0 &&
-                onDisk.st_dev == open.st_dev && onDisk.st_ino == open.st_ino) {
-                haveOpen = true;
-                return true;
-            }
+    bool Ensure(const std::string& p) {
+        if (fd < 0 || path != p) return Open(p);
+        const long long now = MonotonicMs();
+        if (now - checkedAtMs < kSinkCheckMs) return true;
+        struct stat onDisk, open;
+        if (::stat(p.c_str(), &onDisk) == 0 && ::fstat(fd, &open) == 0 &&
+            onDisk.st_dev == open.st_dev && onDisk.st_ino == open.st_ino) {
+            size = static_cast<unsigned long long>(open.st_size);
+            checkedAtMs = now;
+            return true;
         }
         return Open(p);
     }
@@ -376,18 +392,15 @@ void Emit(const std::string& line, const LogSettings& settings) {
         WriteAll(STDERR_FILENO, line);
         return;
     }
-    struct stat st;
-    bool haveStat = false;
-    if (!sink.Ensure(path, st, haveStat)) return;
-    if ((haveStat || ::fstat(sink.fd, &st) == 0) && st.st_size > 0 &&
-        static_cast<unsigned long long>(st.st_size) + line.size() >
-            static_cast<unsigned long long>(maxBytes)) {
+    if (!sink.Ensure(path)) return;
+    if (sink.size > 0 && sink.size + line.size() > static_cast<unsigned long long>(maxBytes)) {
         const std::string old = path + ".1";
         ::rename(path.c_str(), old.c_str());
         if (!sink.Open(path)) return;
     }
     // One write per line with O_APPEND: lines of several processes never mix.
     WriteAll(sink.fd, line);
+    sink.size += line.size();
 }
 
 }  // namespace
