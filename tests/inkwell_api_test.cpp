@@ -41,6 +41,16 @@ protected:
         return req.method + " " + req.target + "\n" + req.body;
     }
 
+    // The code of one call that gets this reply.
+    long make(const std::string& reply, int status = 200) {
+        server.queueReply(Reply(status, reply));
+        return client.MakeCert("C", "{}", data);
+    }
+    long report(const std::string& reply, int status = 200) {
+        server.queueReply(Reply(status, reply));
+        return client.UpdateUkeyTryTime("SN1", false, false, remaining);
+    }
+
     // "code text" of the last error.
     std::string LastError() {
         long code = 0;
@@ -52,6 +62,8 @@ protected:
     LoopbackServer server;
     _init_Info_s info;
     CInkwellApi client;
+    MakeCertData data;
+    int remaining = -7;
 };
 
 const char kFullReply[] =
@@ -70,7 +82,6 @@ std::string Fields(const MakeCertFields& f) {
 }  // namespace
 
 TEST_F(InkwellApiTest, MakeCertRequestAndFields) {
-    MakeCertData data;
     data.errCode = 3;
     data.msg = "caller's";
     data.certId = 9;
@@ -114,32 +125,24 @@ TEST_F(InkwellApiTest, MakeCertRequestAndFields) {
          "0|||||||A|||"},
     };
     for (const auto& [reply, fields] : replies) {
-        server.queueReply(Reply(200, kFullReply));
-        ASSERT_EQ(0, client.MakeCert("C", "{}", data));
-        server.queueReply(Reply(200, reply));
-        EXPECT_EQ(0, client.MakeCert("C", "{}", data));
+        ASSERT_EQ(0, make(kFullReply));
+        EXPECT_EQ(0, make(reply));
         EXPECT_EQ(fields, Fields(data)) << reply;
     }
 
     // Failures leave the fields alone.
-    server.queueReply(Reply(200, kFullReply));
-    ASSERT_EQ(0, client.MakeCert("C", "{}", data));
-    server.queueReply(
-        Reply(200, R"({"errCode":31020,"msg":"csr refused","data":{"certId_openca":1}})"));
-    EXPECT_EQ(31020, client.MakeCert("C", "{}", data));
+    ASSERT_EQ(0, make(kFullReply));
+    EXPECT_EQ(31020, make(R"({"errCode":31020,"msg":"csr refused","data":{"certId_openca":1}})"));
     EXPECT_EQ(31020, data.errCode);
     EXPECT_EQ("31020 csr refused", LastError());
-    server.queueReply(Reply(200, "no json"));
-    EXPECT_EQ(10003, client.MakeCert("C", "{}", data));
+    EXPECT_EQ(10003, make("no json"));
     EXPECT_EQ(IWK_GetErrorMsg(10003), data.msg);
-    server.queueReply(Reply(502, "bad gateway"));
-    EXPECT_EQ(502, client.MakeCert("C", "{}", data));
+    EXPECT_EQ(502, make("bad gateway", 502));
     EXPECT_EQ("502 bad gateway", LastError());
     EXPECT_EQ(kFullFields, Fields(data));
 }
 
 TEST_F(InkwellApiTest, UpdateUkeyTryTimeProbesThenReports) {
-    int remaining = -7;
     EXPECT_EQ(10009, client.UpdateUkeyTryTime("SN1", false, false, remaining));
     EXPECT_EQ(0u, server.requestCount());
     EXPECT_EQ(-7, remaining);
@@ -186,14 +189,11 @@ TEST_F(InkwellApiTest, UpdateUkeyTryTimeProbesThenReports) {
 
     // Server code, no JSON, transport: remainingTime untouched.
     remaining = -7;
-    server.queueReply(Reply(200, R"({"errCode":31001,"msg":"locked","data":{"remainingTime":0}})"));
-    EXPECT_EQ(31001, client.UpdateUkeyTryTime("SN1", false, false, remaining));
+    EXPECT_EQ(31001, report(R"({"errCode":31001,"msg":"locked","data":{"remainingTime":0}})"));
     EXPECT_EQ("31001 locked", LastError());
-    server.queueReply(Reply(200, "<html>"));
-    EXPECT_EQ(10003, client.UpdateUkeyTryTime("SN1", false, false, remaining));
+    EXPECT_EQ(10003, report("<html>"));
     IWK_SetLastError(-1, "marker");
-    server.queueReply(Reply(500, "oops"));
-    EXPECT_EQ(500, client.UpdateUkeyTryTime("SN1", false, false, remaining));
+    EXPECT_EQ(500, report("oops", 500));
     EXPECT_EQ("500 " + IWK_GetErrorMsg(500), LastError());
     EXPECT_EQ(-7, remaining);
     const std::string log = env.readLog();
