@@ -156,6 +156,15 @@ TEST(SignatureHead, VerifiesAtTheServerAndCatchesTampering) {
     };
     EXPECT_EQ(KX_HEAD_OK, verify(get.getter()));
 
+    ASSERT_EQ(0,
+              CIWKHttp::Put(url, "{}",
+                            CIWKHttp::GetSignatureHead(HTTP_FUNC_PUT, url, "127.0.0.1", kProject,
+                                                       kSecret, {}, "application/json"),
+                            &result, HTTP_CONTENT_JSON, HTTP_REQ_PUT, nullptr, nullptr, nullptr));
+    const kxtest::RecordedRequest put = server.lastRequest();
+    EXPECT_EQ(1u, put.headerCount("Content-Type"));
+    EXPECT_EQ(KX_HEAD_OK, verify(put.getter(), put.method, put.target));
+
     // Tampering with any signed part.
     auto altered = [&](const std::string& name, const std::string& value) {
         return Altered(get.headers, name, value);
