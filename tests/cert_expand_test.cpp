@@ -31,8 +31,22 @@ protected:
         IWK_SetLastError(-1, "marker");
     }
 
-    // The request carries a valid signature head for its method and target.
-    void ExpectSigned(const RecordedRequest& req) {
+    long check(const std::string& id = "U") { return client.CheckServiceRequest(id, expired); }
+    long request(const std::string& ukey = "U", const std::string& csr = "C") {
+        return client.SendExpandRequest(ukey, csr, certOptId, logId);
+    }
+    long fetch(long id = 1) { return client.GetDoubleCertRequest(id, enc, sign, sn, auth, status); }
+    // Every out parameter, "expired|certOptId|logId|enc|sign|sn|auth|status".
+    std::string outs() const {
+        return std::string(expired ? "T" : "F") + "|" + std::to_string(certOptId) + "|" +
+               std::to_string(logId) + "|" + enc + "|" + sign + "|" + sn + "|" + auth + "|" +
+               std::to_string(status);
+    }
+
+    // "METHOD target\nbody" of the last request, which must carry a valid
+    // signature head for its method and target.
+    std::string sent() {
+        const RecordedRequest req = server.lastRequest();
         EXPECT_EQ(KX_HEAD_OK, IWK_VerifySignatureHead(
                                   req.method, req.target, req.getter(),
                                   [](const std::string& id, std::string& secret) {
@@ -41,6 +55,7 @@ protected:
                                   },
                                   IWK_GetCurTime(), 60000))
             << req.method << " " << req.target;
+        return req.method + " " + req.target + "\n" + req.body;
     }
 
     void Ok(const std::string& data) {
@@ -51,68 +66,50 @@ protected:
     LoopbackServer server{LoopbackServer::Scheme::Https};
     _init_Info_s info;
     CECertExpand client;
+    bool expired = true;
+    long certOptId = 5, logId = 6;
+    std::string enc = "e", sign = "s", sn = "n", auth = "a";
+    int status = 9;
 };
+
+const std::string kPath = "/v1/orbis/ukey/client/";
 
 }  // namespace
 
 TEST_F(CertExpandTest, FourStepsOnTheWire) {
-    bool expired = true;
     Ok(R"({"expired":false})");
-    EXPECT_EQ(0, client.CheckServiceRequest("UK-1&a=b;c", expired));
-    EXPECT_FALSE(expired);
-    RecordedRequest req = server.lastRequest();
-    EXPECT_EQ("GET", req.method);
-    EXPECT_EQ("/v1/orbis/ukey/client/cert/serviceTime/UK-1&a=b;c", req.target);
-    EXPECT_EQ("", req.body);
-    ExpectSigned(req);
+    EXPECT_EQ(0, check("UK-1&a=b;c"));
+    EXPECT_EQ("GET " + kPath + "cert/serviceTime/UK-1&a=b;c\n", sent());
 
-    long certOptId = -1, logId = -1;
     Ok(R"({"certOptId":4294967295,"logId":77})");
-    EXPECT_EQ(0, client.SendExpandRequest("UK\xD6\xD0", "MIIC+/=", certOptId, logId));
-    EXPECT_EQ(4294967295L, certOptId);
-    EXPECT_EQ(77, logId);
-    req = server.lastRequest();
-    EXPECT_EQ("POST", req.method);
-    EXPECT_EQ("/v1/orbis/ukey/client/certOpt/doubleCertRequest", req.target);
-    EXPECT_EQ("{\"csr\":\"MIIC+/=\",\"ukeyNum\":\"UK\xD6\xD0\"}\n", req.body);
-    ExpectSigned(req);
+    EXPECT_EQ(0, request("UK\xD6\xD0", "MIIC+/="));
+    EXPECT_EQ("POST " + kPath + "certOpt/doubleCertRequest\n" +
+                  "{\"csr\":\"MIIC+/=\",\"ukeyNum\":\"UK\xD6\xD0\"}\n",
+              sent());
 
-    std::string enc, sign, sn, auth;
-    int status = 9;
     Ok(R"({"status":2,"encCert":"E","signCert":"S","sn":"5A","authCode":"AC"})");
-    EXPECT_EQ(0, client.GetDoubleCertRequest(certOptId, enc, sign, sn, auth, status));
-    EXPECT_EQ("/v1/orbis/ukey/client/certOpt/doubleCertInfo/4294967295",
-              server.lastRequest().target);
-    ExpectSigned(server.lastRequest());
-    EXPECT_EQ("E", enc);
-    EXPECT_EQ("S", sign);
-    EXPECT_EQ("5A", sn);
-    EXPECT_EQ("AC", auth);
-    EXPECT_EQ(2, status);
+    EXPECT_EQ(0, fetch(certOptId));
+    EXPECT_EQ("GET " + kPath + "certOpt/doubleCertInfo/4294967295\n", sent());
+    EXPECT_EQ("F|4294967295|77|E|S|5A|AC|2", outs());
     Ok("null");
-    EXPECT_EQ(0, client.GetDoubleCertRequest(-3, enc, sign, sn, auth, status));
-    EXPECT_EQ("/v1/orbis/ukey/client/certOpt/doubleCertInfo/-3", server.lastRequest().target);
+    EXPECT_EQ(0, fetch(-3));
+    EXPECT_EQ("GET " + kPath + "certOpt/doubleCertInfo/-3\n", sent());
 
     Ok("{}");
     EXPECT_EQ(0, client.UploadFinish(12, 77, "E\xD6", "S", "UK1"));
-    req = server.lastRequest();
-    EXPECT_EQ("POST", req.method);
-    EXPECT_EQ("/v1/orbis/ukey/client/certOpt/finishCert", req.target);
     // Keys in the writer's order, numbers as numbers, bytes as given.
-    EXPECT_EQ(
-        "{\"certOptId\":12,\"encryptCert\":\"E\xD6\",\"logId\":77,\"signCert\":\"S\","
-        "\"ukeyNum\":\"UK1\"}\n",
-        req.body);
-    ExpectSigned(req);
+    EXPECT_EQ("POST " + kPath + "certOpt/finishCert\n" +
+                  "{\"certOptId\":12,\"encryptCert\":\"E\xD6\",\"logId\":77,\"signCert\":\"S\","
+                  "\"ukeyNum\":\"UK1\"}\n",
+              sent());
 
     const std::string log = env.readLog();
     EXPECT_NE(std::string::npos, log.find("<ECertExpand ["));
     for (const char* fn :
-         {"CheckServiceRequest", "SendExpandRequest", "GetDoubleCertRequest", "UploadFinish"}) {
+         {"CheckServiceRequest", "SendExpandRequest", "GetDoubleCertRequest", "UploadFinish"})
         EXPECT_NE(std::string::npos,
                   log.find(std::string("- CECertExpand::") + fn + "> <\"lRes:0\">"))
             << fn;
-    }
     long code = 0;
     std::string text;
     ASSERT_TRUE(IWK_GetLastError(code, text));
@@ -120,77 +117,56 @@ TEST_F(CertExpandTest, FourStepsOnTheWire) {
 }
 
 TEST_F(CertExpandTest, ReplyValuesOfEveryType) {
-    bool expired = true;
-    long certOptId = 5, logId = 6;
-    std::string enc = "e", sign = "s", sn = "n", auth = "a";
-    int status = 9;
-
     // Code 0 without data: the defaults.
     for (int i = 0; i < 3; ++i) server.queueReply(Reply(200, R"({"code":0})"));
-    EXPECT_EQ(0, client.CheckServiceRequest("U", expired));
-    EXPECT_FALSE(expired);
-    EXPECT_EQ(0, client.SendExpandRequest("U", "C", certOptId, logId));
-    EXPECT_EQ(0, certOptId);
-    EXPECT_EQ(0, logId);
-    EXPECT_EQ(0, client.GetDoubleCertRequest(1, enc, sign, sn, auth, status));
-    EXPECT_EQ("", enc + sign + sn + auth);
-    EXPECT_EQ(-1, status);
+    EXPECT_EQ(0, check());
+    EXPECT_EQ(0, request());
+    EXPECT_EQ(0, fetch());
+    EXPECT_EQ("F|0|0|||||-1", outs());
 
     // Wrong types read as absent.
     expired = true;
     Ok(R"({"expired":1})");
-    EXPECT_EQ(0, client.CheckServiceRequest("U", expired));
+    EXPECT_EQ(0, check());
     EXPECT_FALSE(expired);
     Ok(R"({"expired":true})");
-    EXPECT_EQ(0, client.CheckServiceRequest("U", expired));
+    EXPECT_EQ(0, check());
     EXPECT_TRUE(expired);
     for (const char* data : {R"({"certOptId":"12","logId":-4})", R"({"certOptId":1.5,"logId":[]})",
                              R"({"certOptId":4294967296,"logId":{}})", R"([1,2])"}) {
         certOptId = 5;
         logId = 6;
         Ok(data);
-        EXPECT_EQ(0, client.SendExpandRequest("U", "C", certOptId, logId)) << data;
-        EXPECT_EQ(0, certOptId) << data;
-        EXPECT_EQ(0, logId) << data;
+        EXPECT_EQ(0, request()) << data;
+        EXPECT_EQ("T|0|0|||||-1", outs()) << data;
     }
+    enc = sign = sn = auth = "x";
+    status = 9;
     Ok(R"({"status":"2","encCert":5,"signCert":null,"sn":["x"],"authCode":{"a":1}})");
-    EXPECT_EQ(0, client.GetDoubleCertRequest(1, enc, sign, sn, auth, status));
-    EXPECT_EQ("", enc + sign + sn + auth);
-    EXPECT_EQ(-1, status);
+    EXPECT_EQ(0, fetch());
+    EXPECT_EQ("T|0|0|||||-1", outs());
+    status = 9;
     Ok(R"({"status":3000000000})");
-    EXPECT_EQ(0, client.GetDoubleCertRequest(1, enc, sign, sn, auth, status));
+    EXPECT_EQ(0, fetch());
     EXPECT_EQ(-1, status);
 }
 
 TEST_F(CertExpandTest, FailuresLeaveOutParametersAlone) {
-    bool expired = true;
-    long certOptId = 5, logId = 6;
-    std::string enc = "e", sign = "s", sn = "n", auth = "a";
-    int status = 9;
-    auto untouched = [&](const std::string& what) {
-        EXPECT_TRUE(expired) << what;
-        EXPECT_EQ(5, certOptId) << what;
-        EXPECT_EQ(6, logId) << what;
-        EXPECT_EQ("esna", enc + sign + sn + auth) << what;
-        EXPECT_EQ(9, status) << what;
-    };
+    const std::string before = outs();
     auto all = [&](long code, const std::string& what) {
-        EXPECT_EQ(code, client.CheckServiceRequest("U", expired)) << what;
-        EXPECT_EQ(code, client.SendExpandRequest("U", "C", certOptId, logId)) << what;
-        EXPECT_EQ(code, client.GetDoubleCertRequest(1, enc, sign, sn, auth, status)) << what;
+        EXPECT_EQ(code, check()) << what;
+        EXPECT_EQ(code, request()) << what;
+        EXPECT_EQ(code, fetch()) << what;
         EXPECT_EQ(code, client.UploadFinish(1, 2, "E", "S", "U")) << what;
-        untouched(what);
+        EXPECT_EQ(before, outs()) << what;
     };
-
     server.setDefaultReply(Reply(200, R"({"code":4004,"message":"no such operation",
         "data":{"expired":false,"certOptId":1,"logId":1,"status":2,"encCert":"X"}})"));
     all(4004, "server code");
     long code = 0;
     std::string text;
     ASSERT_TRUE(IWK_GetLastError(code, text));
-    EXPECT_EQ(4004, code);
-    EXPECT_EQ("no such operation", text);
-
+    EXPECT_EQ("4004 no such operation", std::to_string(code) + " " + text);
     server.setDefaultReply(Reply(200, "<html>not json</html>"));
     all(10003, "no JSON");
     server.setDefaultReply(Reply(401, R"({"code":401,"message":"signature does not match"})"));
@@ -198,22 +174,20 @@ TEST_F(CertExpandTest, FailuresLeaveOutParametersAlone) {
 
     // A URL that would pass 1023 bytes is refused before anything is sent.
     server.clearRequests();
-    const std::string path = "/v1/orbis/ukey/client/cert/serviceTime/";
+    const std::string path = kPath + "cert/serviceTime/";
     const std::string fits(1023 - ("https://" + info.ServerIp + path).size(), 'x');
-    server.setDefaultReply(Reply(200, R"({"code":0,"data":{"expired":false}})"));
-    EXPECT_EQ(0, client.CheckServiceRequest(fits, expired));
+    server.setDefaultReply(Reply(200, R"({"code":0,"data":{"expired":true}})"));
+    EXPECT_EQ(0, check(fits));
     EXPECT_EQ(1u, server.requestCount());
     EXPECT_EQ(path + fits, server.lastRequest().target);  // exactly 1023 bytes go out whole
-    expired = true;
-    EXPECT_EQ(10110, client.CheckServiceRequest(fits + "y", expired));
-    EXPECT_EQ(1u, server.requestCount());
+    EXPECT_EQ(10110, check(fits + "y"));
     CECertExpand longHost(client);
     longHost.m_stInitInfo.ServerIp = std::string(1100, 'h');
     EXPECT_EQ(10110, longHost.SendExpandRequest("U", "C", certOptId, logId));
     EXPECT_EQ(10110, longHost.GetDoubleCertRequest(1, enc, sign, sn, auth, status));
     EXPECT_EQ(10110, longHost.UploadFinish(1, 2, "E", "S", "U"));
     EXPECT_EQ(1u, server.requestCount());
-    untouched("too long");
+    EXPECT_EQ(before, outs());
     EXPECT_NE(std::string::npos,
               env.readLog().find("- CECertExpand::UploadFinish> <\"lRes:10110\">"));
 
@@ -226,7 +200,7 @@ TEST_F(CertExpandTest, FailuresLeaveOutParametersAlone) {
     changed.strFinishCertUrl = "https://%n";
     EXPECT_EQ(10001, changed.UploadFinish(1, 2, "E", "S", "U"));
     EXPECT_EQ(1u, server.requestCount());
-    untouched("changed template");
+    EXPECT_EQ(before, outs());
     // "%%" stays a plain percent sign.
     changed.strDoubleCertRequestUrl = "https://%s/a%%2Fb";
     server.setDefaultReply(Reply(200, R"({"code":0})"));

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <filesystem>
+#include <fstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -24,10 +26,21 @@ std::string Get(const std::string& section, const std::string& key,
     return value;
 }
 
+// "result code:value" of a read, for string and integer values.
+std::string Read(const std::string& section, const std::string& key, const std::string& fallback) {
+    std::string value;
+    const int rc = IWK_GetConfigByKey(section, key, value, fallback);
+    return std::to_string(rc) + ":" + value;
+}
+std::string Read(const std::string& section, const std::string& key, int fallback) {
+    int value = 0;
+    const int rc = IWK_GetConfigByKey(section, key, value, fallback);
+    return std::to_string(rc) + ":" + std::to_string(value);
+}
+
 mode_t ModeOf(const std::string& path) {
     struct stat st;
-    if (::stat(path.c_str(), &st) != 0) return 0;
-    return st.st_mode & 07777;
+    return ::stat(path.c_str(), &st) == 0 ? st.st_mode & 07777 : 0;
 }
 
 }  // namespace
@@ -35,38 +48,22 @@ mode_t ModeOf(const std::string& path) {
 TEST(ConfigStore, ReadsIniSyntax) {
     TempEnv env;
     env.writeConfig(
-        "\xEF\xBB\xBF; leading comment\r\n"
-        "[Server]\r\n"
-        "  Url = https://h/x?a=1;b=2#frag  \r\n"
-        "Name=\xD6\xD0\xCE\xC4\r\n"
-        "empty=\r\n"
-        "# hidden=1\r\n"
-        "url=second occurrence\r\n"
-        "no equals sign\r\n"
-        "[ other ]\r\n"
-        "n=42\r\n"
-        "[server]\r\n"
-        "late=yes\r\n"
-        "Name=loses\r\n");
-    std::string v;
-    EXPECT_EQ(1, IWK_GetConfigByKey("server", "URL", v, "fb"));
-    EXPECT_EQ("https://h/x?a=1;b=2#frag", v);  // no inline comments, no CR
+        "\xEF\xBB\xBF; leading comment\r\n[Server]\r\n  Url = https://h/x?a=1;b=2#frag  \r\n"
+        "Name=\xD6\xD0\xCE\xC4\r\nempty=\r\n# hidden=1\r\nurl=second occurrence\r\n"
+        "no equals sign\r\n[ other ]\r\nn=42\r\n[server]\r\nlate=yes\r\nName=loses\r\n");
+    EXPECT_EQ("1:https://h/x?a=1;b=2#frag",
+              Read("server", "URL", "fb"));  // no inline comments, no CR
     EXPECT_EQ("\xD6\xD0\xCE\xC4", Get("Server", "Name"));
-    EXPECT_EQ(1, IWK_GetConfigByKey("Server", "empty", v, "fb"));
-    EXPECT_EQ("", v);
+    EXPECT_EQ("1:", Read("Server", "empty", "fb"));
     EXPECT_EQ("yes", Get("SERVER", "late"));  // a repeated section adds keys
     EXPECT_EQ("<none>", Get("Server", "hidden"));
     EXPECT_EQ("<none>", Get("Server", "; leading comment"));
     EXPECT_EQ("42", Get("other", "n"));
-
     // Absent file, section and key all give 0 and the fallback.
-    EXPECT_EQ(0, IWK_GetConfigByKey("Nope", "n", v, "fb"));
-    EXPECT_EQ("fb", v);
-    EXPECT_EQ(0, IWK_GetConfigByKey("other", "missing", v, "fb2"));
-    EXPECT_EQ("fb2", v);
+    EXPECT_EQ("0:fb", Read("Nope", "n", "fb"));
+    EXPECT_EQ("0:fb2", Read("other", "missing", "fb2"));
     ::unlink(env.configPath().c_str());
-    EXPECT_EQ(0, IWK_GetConfigByKey("other", "n", v, "gone"));
-    EXPECT_EQ("gone", v);
+    EXPECT_EQ("0:gone", Read("other", "n", "gone"));
 }
 
 TEST(ConfigStore, IntegerForm) {
@@ -74,20 +71,12 @@ TEST(ConfigStore, IntegerForm) {
     env.writeConfig(
         "[I]\nplain=42\nneg= -7 \nplus=+3\nhex=0x10\ntrail=12abc\nempty=\nbig=2147483648\n"
         "min=-2147483648\nspace=1 2\n");
-    int v = 0;
-    EXPECT_EQ(1, IWK_GetConfigByKey("I", "plain", v, 5));
-    EXPECT_EQ(42, v);
-    EXPECT_EQ(1, IWK_GetConfigByKey("I", "neg", v, 5));
-    EXPECT_EQ(-7, v);
-    EXPECT_EQ(1, IWK_GetConfigByKey("I", "plus", v, 5));
-    EXPECT_EQ(3, v);
-    EXPECT_EQ(1, IWK_GetConfigByKey("I", "min", v, 5));
-    EXPECT_EQ(-2147483647 - 1, v);
-    for (const char* bad : {"hex", "trail", "empty", "big", "space", "absent"}) {
-        v = 0;
-        EXPECT_EQ(0, IWK_GetConfigByKey("I", bad, v, 99)) << bad;
-        EXPECT_EQ(99, v) << bad;
-    }
+    const std::vector<std::pair<const char*, const char*>> cases = {
+        {"plain", "1:42"}, {"neg", "1:-7"},    {"plus", "1:3"},   {"min", "1:-2147483648"},
+        {"hex", "0:99"},   {"trail", "0:99"},  {"empty", "0:99"}, {"big", "0:99"},
+        {"space", "0:99"}, {"absent", "0:99"},
+    };
+    for (const auto& [key, expected] : cases) EXPECT_EQ(expected, Read("I", key, 99)) << key;
 }
 
 TEST(ConfigStore, RoundTripAndSubstitution) {
@@ -115,19 +104,8 @@ TEST(ConfigStore, RoundTripAndSubstitution) {
 TEST(ConfigStore, WriteKeepsEverythingElseByteForByte) {
     TempEnv env;
     const std::string before =
-        "; top comment\r\n"
-        "\r\n"
-        "[A]\r\n"
-        "  Key1 =  old value \r\n"
-        "key2=x\r\n"
-        "; comment in A\r\n"
-        "\r\n"
-        "[B]\r\n"
-        "k=\xD6\xD0\r\n"
-        "\t# tabbed comment\r\n"
-        "[A]\r\n"
-        "key1=second\r\n"
-        "tail=no newline";
+        "; top comment\r\n\r\n[A]\r\n  Key1 =  old value \r\nkey2=x\r\n; comment in A\r\n\r\n"
+        "[B]\r\nk=\xD6\xD0\r\n\t# tabbed comment\r\n[A]\r\nkey1=second\r\ntail=no newline";
     env.writeConfig(before);
     ASSERT_TRUE(env.set("a", "KEY1", "new"));
     std::string expected = before;
@@ -154,18 +132,13 @@ TEST(ConfigStore, RefusesWhatCannotBeStored) {
     TempEnv env;
     env.writeConfig("[S]\nk=v\n");
     const std::string before = ReadFileText(env.configPath());
-    const struct {
-        const char* section;
-        const char* key;
-        const char* value;
-    } refused[] = {
+    const char* const refused[][3] = {
         {"S", "k", "a\nb"}, {"S", "k", "a\rb"}, {"S\n", "k", "v"}, {"S]", "k", "v"},
         {"S", "k=", "v"},   {"S", "[k", "v"},   {"S", ";k", "v"},  {"S", "#k", "v"},
         {"", "k", "v"},     {"S", "", "v"},     {"S", "k\r", "v"}, {"S", "  ", "v"},
     };
-    for (const auto& r : refused) {
-        EXPECT_EQ(0, IWK_SetConfigByKey(r.section, r.key, r.value)) << r.section << "/" << r.key;
-    }
+    for (const auto& r : refused)
+        EXPECT_EQ(0, IWK_SetConfigByKey(r[0], r[1], r[2])) << r[0] << "/" << r[1];
     EXPECT_EQ(before, ReadFileText(env.configPath()));
     EXPECT_EQ("v", Get("S", "k"));
 }
@@ -181,13 +154,9 @@ TEST(ConfigStore, NewFileIsPrivateAndOldModeIsKept) {
     ASSERT_TRUE(env.set("S", "k", "w"));
     EXPECT_EQ(0640u, ModeOf(nested));
     EXPECT_EQ("w", Get("S", "k"));
-    // No temporary file is left behind.
-    EXPECT_EQ(0, ::access((env.dir() + "/a/b").c_str(), F_OK));
-    int entries = 0;
-    for (const char* name : {"KXServerApi.ini", "KXServerApi.ini.lock"}) {
-        entries += ::access((env.dir() + "/a/b/" + name).c_str(), F_OK) == 0;
-    }
-    EXPECT_EQ(2, entries);
+    // No temporary file is left behind: only the store and its lock.
+    EXPECT_EQ(2, std::distance(std::filesystem::directory_iterator(env.dir() + "/a/b"),
+                               std::filesystem::directory_iterator()));
 }
 
 TEST(ConfigStore, SeesChangeWithinTheSameSecond) {
@@ -224,14 +193,11 @@ TEST(ConfigStore, ReaderNeverSeesAPartialRewrite) {
     std::atomic<bool> stop(false);
     std::atomic<int> reads(0), bad(0);
     std::thread reader([&] {
-        while (!stop.load()) {
+        for (; !stop.load(); ++reads) {
             const std::string v = Get("S", "big");
             const std::string raw = ReadFileText(env.configPath());
-            if ((v != a && v != b) || Get("S", "before") != "1" || Get("S", "after") != "2") {
-                ++bad;
-            }
-            if (raw.size() != fileSize || raw.find("after=2\n") == std::string::npos) ++bad;
-            ++reads;
+            bad += (v != a && v != b) || Get("S", "before") != "1" || Get("S", "after") != "2" ||
+                   raw.size() != fileSize || raw.find("after=2\n") == std::string::npos;
         }
     });
     for (int i = 0; i < 40; ++i) ASSERT_TRUE(env.set("S", "big", i % 2 ? a : b));
@@ -244,33 +210,32 @@ TEST(ConfigStore, ReaderNeverSeesAPartialRewrite) {
 
 TEST(ConfigStore, ConcurrentWritersLoseNoKey) {
     TempEnv env;
-    // Other processes serialise on the lock file. They start first: forking
-    // beside running threads could copy a held lock into the child.
+    // Two processes, then six threads; each writes its own keys into a shared section.
+    const std::vector<std::pair<std::string, std::string>> writers = {
+        {"p0", "P"},  {"p1", "P"},  {"k0", "T0"}, {"k1", "T1"},
+        {"k2", "T0"}, {"k3", "T1"}, {"k4", "T0"}, {"k5", "T1"},
+    };
+    auto writeAll = [](const std::string& who, const std::string& section) {
+        int failed = 0;
+        for (int i = 0; i < 10; ++i) {
+            const std::string key = who + "_" + std::to_string(i);
+            failed += IWK_SetConfigByKey(section, key, key) != 1;
+            Get("T0", "k0_0");
+        }
+        return failed;
+    };
+    // Processes serialise on the lock file. They start first: forking beside
+    // running threads could copy a held lock into the child.
     std::vector<pid_t> children;
     for (int p = 0; p < 2; ++p) {
         const pid_t pid = ::fork();
-        if (pid == 0) {
-            int failed = 0;
-            for (int i = 0; i < 10; ++i) {
-                const std::string key = "p" + std::to_string(p) + "_" + std::to_string(i);
-                failed += IWK_SetConfigByKey("P", key, key) != 1;
-            }
-            ::_exit(failed);
-        }
+        if (pid == 0) ::_exit(writeAll(writers[p].first, writers[p].second));
         children.push_back(pid);
     }
     std::atomic<int> failed(0);
     std::vector<std::thread> threads;
-    for (int t = 0; t < 6; ++t) {
-        threads.emplace_back([t, &failed] {
-            for (int i = 0; i < 10; ++i) {
-                const std::string key = "k" + std::to_string(t) + "_" + std::to_string(i);
-                failed += IWK_SetConfigByKey("T" + std::to_string(t % 2), key, key) != 1;
-                std::string v;
-                IWK_GetConfigByKey("T0", "k0_0", v, "");
-            }
-        });
-    }
+    for (size_t w = 2; w < writers.size(); ++w)
+        threads.emplace_back([&, w] { failed += writeAll(writers[w].first, writers[w].second); });
     for (auto& th : threads) th.join();
     EXPECT_EQ(0, failed.load());
     for (pid_t pid : children) {
@@ -278,18 +243,9 @@ TEST(ConfigStore, ConcurrentWritersLoseNoKey) {
         ASSERT_EQ(pid, ::waitpid(pid, &status, 0));
         EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
     }
-    for (int t = 0; t < 6; ++t) {
-        for (int i = 0; i < 10; ++i) {
-            const std::string key = "k" + std::to_string(t) + "_" + std::to_string(i);
-            EXPECT_EQ(key, Get("T" + std::to_string(t % 2), key));
-        }
-    }
-    for (int p = 0; p < 2; ++p) {
-        for (int i = 0; i < 10; ++i) {
-            const std::string key = "p" + std::to_string(p) + "_" + std::to_string(i);
-            EXPECT_EQ(key, Get("P", key));
-        }
-    }
+    for (const auto& [who, section] : writers)
+        for (int i = 0; i < 10; ++i)
+            EXPECT_EQ(who + "_" + std::to_string(i), Get(section, who + "_" + std::to_string(i)));
 }
 
 TEST(ConfigCipher, RoundTripAndKeyFile) {
@@ -345,22 +301,17 @@ TEST(ConfigCipher, RejectsAnythingElse) {
     EXPECT_EQ("clear text", IWK_DecryptEncryptedConfigInfo(stored));
 
     // Another key, or a damaged key file, opens nothing.
-    const std::string keyText = ReadFileText(env.keyPath());
-    const auto writeKey = [&](const std::string& text) {
-        ::unlink(env.keyPath().c_str());
-        const int fd = ::open(env.keyPath().c_str(), O_WRONLY | O_CREAT, 0600);
-        ASSERT_GE(fd, 0);
-        ASSERT_EQ(static_cast<ssize_t>(text.size()), ::write(fd, text.data(), text.size()));
-        ::close(fd);
+    const std::string key = ReadFileText(env.keyPath()).substr(0, 64);
+    const std::vector<std::pair<std::string, std::string>> keyFiles = {
+        {std::string(64, '0') + "\n", ""},
+        {key.substr(0, 63) + "\n", ""},
+        {key + "\r\n", "clear text"},
+        {key + "zz", ""},
     };
-    writeKey(std::string(64, '0') + "\n");
-    EXPECT_EQ("", IWK_DecryptEncryptedConfigInfo(stored));
-    writeKey(keyText.substr(0, 63) + "\n");
-    EXPECT_EQ("", IWK_DecryptEncryptedConfigInfo(stored));
-    writeKey(keyText.substr(0, 64) + "\r\n");
-    EXPECT_EQ("clear text", IWK_DecryptEncryptedConfigInfo(stored));
-    writeKey(keyText.substr(0, 64) + "zz");
-    EXPECT_EQ("", IWK_DecryptEncryptedConfigInfo(stored));
+    for (const auto& [text, expected] : keyFiles) {
+        std::ofstream(env.keyPath(), std::ios::binary | std::ios::trunc) << text;
+        EXPECT_EQ(expected, IWK_DecryptEncryptedConfigInfo(stored)) << text;
+    }
     ::unlink(env.keyPath().c_str());
     EXPECT_EQ("", IWK_DecryptEncryptedConfigInfo(stored));
 }

@@ -7,7 +7,9 @@
 #include <openssl/x509.h>
 #include <openssl/x509v3.h>
 
+#include <cstdio>
 #include <string>
+#include <vector>
 
 #include "KXPki.h"
 #include "KXUtils.h"
@@ -19,24 +21,6 @@ using kxtest::RunResult;
 using kxtest::SimProcess;
 
 namespace {
-
-std::string MakeCsrPem(EVP_PKEY* key, const std::string& commonName) {
-    X509_REQ* req = X509_REQ_new();
-    X509_NAME* name = X509_REQ_get_subject_name(req);
-    X509_NAME_add_entry_by_txt(name, "CN", MBSTRING_UTF8,
-                               reinterpret_cast<const unsigned char*>(commonName.c_str()), -1, -1,
-                               0);
-    X509_REQ_set_pubkey(req, key);
-    X509_REQ_sign(req, key, EVP_sha256());
-    BIO* bio = BIO_new(BIO_s_mem());
-    PEM_write_bio_X509_REQ(bio, req);
-    char* data = nullptr;
-    const long len = BIO_get_mem_data(bio, &data);
-    std::string pem(data, static_cast<size_t>(len));
-    BIO_free(bio);
-    X509_REQ_free(req);
-    return pem;
-}
 
 // Undoes the legacy server's key transport: RSA-OAEP for the AES-256 key,
 // then AES-256-CBC with the IV in front. Empty when anything fails.
@@ -72,20 +56,44 @@ Json::Value Output(const RunResult& r) {
     return out;
 }
 
+kxpki::Cert LoadCert(const std::string& path) {
+    std::string pem;
+    return kxpki::ReadFile(path, pem) ? kxpki::CertFromPem(pem) : kxpki::Cert();
+}
+
+// A simulator of its own, and an RSA key with its CSR in csrFile.
+class EndToEndCerts : public ::testing::Test {
+protected:
+    void SetUp() override { ASSERT_FALSE(sim.baseUrl().empty()); }
+    void WriteCsr(const std::string& commonName) {
+        X509_REQ* req = X509_REQ_new();
+        X509_NAME_add_entry_by_txt(X509_REQ_get_subject_name(req), "CN", MBSTRING_UTF8,
+                                   reinterpret_cast<const unsigned char*>(commonName.c_str()), -1,
+                                   -1, 0);
+        X509_REQ_set_pubkey(req, key.get());
+        X509_REQ_sign(req, key.get(), EVP_sha256());
+        FILE* file = std::fopen(csrFile.c_str(), "w");
+        ASSERT_TRUE(file != nullptr);
+        EXPECT_EQ(1, PEM_write_X509_REQ(file, req));
+        std::fclose(file);
+        X509_REQ_free(req);
+    }
+    RunResult kxapi(const std::vector<std::string>& args) { return RunKxapi(config, args); }
+
+    TempEnv env;
+    const std::string dir = env.dir();
+    const std::string config = dir + "/sim.ini";
+    SimProcess sim{dir + "/state", config};
+    kxpki::Key key = kxpki::MakeRsaKey(2048);
+    const std::string csrFile = dir + "/ukey.csr";
+};
+
 }  // namespace
 
-TEST(EndToEndCerts, ExpandCheckRevoke) {
-    TempEnv env;
-    const std::string config = env.dir() + "/sim.ini";
-    SimProcess sim(env.dir() + "/state", config);
-    ASSERT_FALSE(sim.baseUrl().empty());
-
-    kxpki::Key key = kxpki::MakeRsaKey(2048);
-    const std::string csrFile = env.dir() + "/ukey.csr";
-    ASSERT_TRUE(kxpki::WriteFile(csrFile, MakeCsrPem(key.get(), "KXUKEY0001")));
-
-    RunResult r = RunKxapi(config, {"cert", "expand", "--ukey-num", "KXUKEY0001", "--csr", csrFile,
-                                    "--out-dir", env.dir(), "--interval", "20"});
+TEST_F(EndToEndCerts, ExpandCheckRevoke) {
+    WriteCsr("KXUKEY0001");
+    RunResult r = kxapi({"cert", "expand", "--ukey-num", "KXUKEY0001", "--csr", csrFile,
+                         "--out-dir", dir, "--interval", "20"});
     ASSERT_EQ(0, r.status) << r.err;
     Json::Value out = Output(r);
     EXPECT_EQ(2, out["status"].asInt());
@@ -94,13 +102,10 @@ TEST(EndToEndCerts, ExpandCheckRevoke) {
     EXPECT_NE(std::string::npos, r.err.find("[status 0] [status 1] [status 2] done")) << r.err;
 
     // Both certificates are real: issued by the simulator's CA for the CSR's key.
-    std::string caPem, signPem, encPem;
-    ASSERT_TRUE(kxpki::ReadFile(env.dir() + "/state/ca.pem", caPem));
-    ASSERT_TRUE(kxpki::ReadFile(env.dir() + "/sign-cert.pem", signPem));
-    ASSERT_TRUE(kxpki::ReadFile(env.dir() + "/enc-cert.pem", encPem));
-    kxpki::Cert ca = kxpki::CertFromPem(caPem);
-    kxpki::Cert sign = kxpki::CertFromPem(signPem);
-    kxpki::Cert enc = kxpki::CertFromPem(encPem);
+    const std::string signFile = dir + "/sign-cert.pem";
+    kxpki::Cert ca = LoadCert(dir + "/state/ca.pem");
+    kxpki::Cert sign = LoadCert(signFile);
+    kxpki::Cert enc = LoadCert(dir + "/enc-cert.pem");
     ASSERT_TRUE(ca && sign && enc);
     EXPECT_TRUE(kxpki::VerifyIssuedBy(sign.get(), ca.get()));
     EXPECT_TRUE(kxpki::VerifyIssuedBy(enc.get(), ca.get()));
@@ -109,62 +114,49 @@ TEST(EndToEndCerts, ExpandCheckRevoke) {
     EXPECT_EQ(0u, X509_get_key_usage(sign.get()) & KU_KEY_ENCIPHERMENT);
 
     // Both check paths pass it; a certificate of another CA fails both.
-    const std::string signFile = env.dir() + "/sign-cert.pem";
-    r = RunKxapi(config, {"cert", "check", "--cert", signFile});
-    EXPECT_EQ(0, r.status) << r.err;
-    r = RunKxapi(config, {"cert", "check", "--cert", signFile, "--section", "KXCloudCheckAgent"});
+    EXPECT_EQ(0, (r = kxapi({"cert", "check", "--cert", signFile})).status) << r.err;
+    r = kxapi({"cert", "check", "--cert", signFile, "--section", "KXCloudCheckAgent"});
     EXPECT_EQ(0, r.status) << r.err;
     kxpki::Key otherKey = kxpki::MakeEcKey();
     kxpki::CertRequest request;
     request.commonName = "stranger";
     kxpki::Cert stranger = kxpki::IssueCert(request, otherKey.get(), nullptr, otherKey.get());
-    ASSERT_TRUE(kxpki::WriteFile(env.dir() + "/stranger.der", kxpki::CertToDer(stranger.get())));
-    r = RunKxapi(config, {"cert", "check", "--cert", env.dir() + "/stranger.der"});
+    ASSERT_TRUE(kxpki::WriteFile(dir + "/stranger.der", kxpki::CertToDer(stranger.get())));
+    r = kxapi({"cert", "check", "--cert", dir + "/stranger.der"});
     EXPECT_EQ(1, r.status);
     EXPECT_NE(std::string::npos, r.err.find("code 32004")) << r.err;
 
     // Revoked at the simulator: refused by both paths from then on.
-    r = RunKxapi(config, {"call", "KXSim", "POST", "/kxsim/cert/revoke", "--body",
-                          "{\"sn\":\"" + out["sn"].asString() + "\"}"});
+    r = kxapi({"call", "KXSim", "POST", "/kxsim/cert/revoke", "--body",
+               "{\"sn\":\"" + out["sn"].asString() + "\"}"});
     ASSERT_EQ(0, r.status) << r.err;
-    r = RunKxapi(config, {"cert", "check", "--cert", signFile});
+    r = kxapi({"cert", "check", "--cert", signFile});
     EXPECT_NE(std::string::npos, r.err.find("code 32004")) << r.err;
-    r = RunKxapi(config, {"cert", "check", "--cert", signFile, "--section", "KXCloudCheckAgent"});
+    r = kxapi({"cert", "check", "--cert", signFile, "--section", "KXCloudCheckAgent"});
     EXPECT_NE(std::string::npos, r.err.find("certificate revoked")) << r.err;
-    r = RunKxapi(config, {"cert", "check", "--cert", env.dir() + "/enc-cert.pem"});
-    EXPECT_EQ(0, r.status) << r.err;
+    EXPECT_EQ(0, (r = kxapi({"cert", "check", "--cert", dir + "/enc-cert.pem"})).status) << r.err;
 
     // An expired service stops the flow before a request is filed.
-    r = RunKxapi(config, {"cert", "expand", "--ukey-num", "0000DEAD", "--csr", csrFile, "--out-dir",
-                          env.dir()});
+    r = kxapi({"cert", "expand", "--ukey-num", "0000DEAD", "--csr", csrFile, "--out-dir", dir});
     EXPECT_EQ(1, r.status);
     EXPECT_NE(std::string::npos, r.err.find("has expired")) << r.err;
     // A CSR that is no CSR: the service's own code.
-    ASSERT_TRUE(kxpki::WriteFile(env.dir() + "/bad.csr", "bm90IGEgY3Ny"));
-    r = RunKxapi(config, {"cert", "expand", "--ukey-num", "KXUKEY0002", "--csr",
-                          env.dir() + "/bad.csr", "--out-dir", env.dir()});
+    ASSERT_TRUE(kxpki::WriteFile(dir + "/bad.csr", "bm90IGEgY3Ny"));
+    r = kxapi({"cert", "expand", "--ukey-num", "KXUKEY0002", "--csr", dir + "/bad.csr", "--out-dir",
+               dir});
     EXPECT_NE(std::string::npos, r.err.find("code 4002")) << r.err;
 }
 
-TEST(EndToEndCerts, ApplyAndUkeyTries) {
-    TempEnv env;
-    const std::string config = env.dir() + "/sim.ini";
-    SimProcess sim(env.dir() + "/state", config);
-    ASSERT_FALSE(sim.baseUrl().empty());
-
-    kxpki::Key key = kxpki::MakeRsaKey(2048);
-    const std::string csrFile = env.dir() + "/ukey.csr";
-    ASSERT_TRUE(kxpki::WriteFile(csrFile, MakeCsrPem(key.get(), "applicant")));
-    RunResult r =
-        RunKxapi(config, {"cert", "apply", "--csr", csrFile, "--info",
-                          R"({"ukeyNum":"KXUKEY0009","csr":"replaced"})", "--out-dir", env.dir()});
+TEST_F(EndToEndCerts, ApplyAndUkeyTries) {
+    WriteCsr("applicant");
+    RunResult r = kxapi({"cert", "apply", "--csr", csrFile, "--info",
+                         R"({"ukeyNum":"KXUKEY0009","csr":"replaced"})", "--out-dir", dir});
     ASSERT_EQ(0, r.status) << r.err;
     Json::Value out = Output(r);
     EXPECT_EQ("KXUKEY0009", out["ukeyNum"].asString());
     EXPECT_GT(out["certId"].asInt(), 0);               // sent as decimal text
     EXPECT_EQ(8u, out["authCode"].asString().size());  // from the extention text
-    r = RunKxapi(config, {"cert", "check", "--cert", env.dir() + "/sign-cert.pem"});
-    EXPECT_EQ(0, r.status) << r.err;
+    EXPECT_EQ(0, (r = kxapi({"cert", "check", "--cert", dir + "/sign-cert.pem"})).status) << r.err;
     // The encryption key pair travels enciphered: the applicant's key opens
     // the AES key, which opens the pair that the encryption certificate certifies.
     EXPECT_EQ("AES-256-CBC", out["symmAlg"].asString());
@@ -172,22 +164,19 @@ TEST(EndToEndCerts, ApplyAndUkeyTries) {
                                          IWK_Base64Decode(out["encryptedKeypair"].asString()));
     const unsigned char* p = reinterpret_cast<const unsigned char*>(pair.data());
     kxpki::Key encKey(d2i_AutoPrivateKey(nullptr, &p, static_cast<long>(pair.size())));
-    std::string encPem;
-    ASSERT_TRUE(kxpki::ReadFile(env.dir() + "/enc-cert.pem", encPem));
-    kxpki::Cert enc = kxpki::CertFromPem(encPem);
+    kxpki::Cert enc = LoadCert(dir + "/enc-cert.pem");
     ASSERT_TRUE(encKey && enc);
     EXPECT_EQ(1, EVP_PKEY_eq(X509_get0_pubkey(enc.get()), encKey.get()));
-    r = RunKxapi(config, {"cert", "check", "--cert", env.dir() + "/enc-cert.pem"});
-    EXPECT_EQ(0, r.status) << r.err;
+    EXPECT_EQ(0, (r = kxapi({"cert", "check", "--cert", dir + "/enc-cert.pem"})).status) << r.err;
 
-    r = RunKxapi(config, {"cert", "apply", "--csr", csrFile, "--info", "not json"});
+    r = kxapi({"cert", "apply", "--csr", csrFile, "--info", "not json"});
     EXPECT_NE(std::string::npos, r.err.find("code 10001")) << r.err;
 
     // Failed tries count down; a locked key stays locked until reset.
     auto tryKey = [&](std::vector<std::string> flags) {
         std::vector<std::string> args = {"ukey", "try", "--sn", "SN-1"};
         args.insert(args.end(), flags.begin(), flags.end());
-        RunResult t = RunKxapi(config, args);
+        RunResult t = kxapi(args);
         EXPECT_EQ(0, t.status) << t.err;
         return Output(t)["remainingTime"].asInt();
     };
@@ -196,11 +185,10 @@ TEST(EndToEndCerts, ApplyAndUkeyTries) {
     EXPECT_EQ(5, tryKey({"--success"}));
     EXPECT_EQ(0, tryKey({"--failure", "--locked"}));
     EXPECT_EQ(0, tryKey({"--success"}));
-    r = RunKxapi(config,
-                 {"call", "KXSim", "POST", "/kxsim/ukey/reset", "--body", R"({"sn":"SN-1"})"});
+    r = kxapi({"call", "KXSim", "POST", "/kxsim/ukey/reset", "--body", R"({"sn":"SN-1"})"});
     ASSERT_EQ(0, r.status) << r.err;
     EXPECT_EQ(5, tryKey({"--success"}));
-    r = RunKxapi(config, {"ukey", "try", "--sn", "SN-1", "--success", "--failure"});
+    r = kxapi({"ukey", "try", "--sn", "SN-1", "--success", "--failure"});
     EXPECT_EQ(2, r.status);
 
     // The try report carries the authorization value the probe fetched: with a
@@ -208,8 +196,8 @@ TEST(EndToEndCerts, ApplyAndUkeyTries) {
     std::string ini = ReadFileText(config);
     ini.replace(ini.find("authorizationType=2"), 19, "authorizationType=1");
     ini.replace(ini.find("authorization=http"), 14, "authorization=wrong-value;");
-    kxpki::WriteFile(env.dir() + "/wrong.ini", ini);
-    r = RunKxapi(env.dir() + "/wrong.ini", {"ukey", "try", "--sn", "SN-1", "--failure"});
+    kxpki::WriteFile(dir + "/wrong.ini", ini);
+    r = RunKxapi(dir + "/wrong.ini", {"ukey", "try", "--sn", "SN-1", "--failure"});
     EXPECT_EQ(1, r.status);
     EXPECT_NE(std::string::npos, r.err.find("authorization value missing or wrong")) << r.err;
 }
