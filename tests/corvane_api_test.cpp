@@ -19,9 +19,6 @@ namespace {
 
 const long long kHourMs = 3600000;
 long long g_now = 0;
-long long TestClock() {
-    return g_now;
-}
 
 size_t Count(const std::string& text, const std::string& what) {
     size_t n = 0;
@@ -44,7 +41,7 @@ protected:
         info.ServerIp = "127.0.0.1:" + std::to_string(server.port());
         info.Port = server.port();
         g_now = 5000;
-        oldClock = IWK_SetTimerClock(TestClock);
+        oldClock = IWK_SetTimerClock([] { return g_now; });
     }
     void TearDown() override {
         IWK_KillTimer(nullptr, static_cast<uintptr_t>(iTimerId));
