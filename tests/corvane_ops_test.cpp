@@ -166,7 +166,6 @@ TEST_F(CorvaneOpsTest, IdentityAllInfoAndOrganisation) {
     server.queueReply(Reply(401, R"({"code":401,"message":"signature does not match"})"));
     EXPECT_EQ(401, api.GetIdentityInfo("x", code));
     EXPECT_EQ("r p o c", realname + " " + phone + " " + ouid + " " + code);
-    ExpectLogHas({"reqRes.msg:{\"code\":0,\"data\":{\"baseRealname", ", token:OU-9\">"});
 }
 
 TEST_F(CorvaneOpsTest, EncryptionTaskCycle) {
@@ -309,12 +308,10 @@ TEST_F(CorvaneOpsTest, WitnessFlowAndSnapshots) {
     EXPECT_EQ(-1, api.CreateWitnessFlowTask("org-x", flow));
     EXPECT_EQ("kept", flow);
     ExpectLastError(-1, "payer unknown");
-    ExpectLogHas(
-        {"<\"strRealOrgId:org-1,strRealOrgId:org-1,description:create "
-         "witnessflows\">",
-         ", strWitnessFlowId:wf-1\">",
-         "<\"strThirdDocId:doc-1,strDocHash:H=,strAlgorithm:SHA256,"
-         "strStep:FINISH,strStepDescription:\">"});
+    ExpectLogHas({
+        "<\"strRealOrgId:org-1,strRealOrgId:org-1,description:create "
+        "witnessflows\">",
+    });
 }
 
 TEST_F(CorvaneOpsTest, SigningUnderAWitnessFlow) {
@@ -374,7 +371,6 @@ TEST_F(CorvaneOpsTest, SigningUnderAWitnessFlow) {
          "<\"strRealAccountId\xA3\xBA"
          "acc-1,strThirdDocId:doc-1,strDocHash:H=\xA3\xAC"
          "strSignTicket:TK-1,signType:65536\">",
-         "<\"strSignTicket:TK&1=,strTaskId:ST+1\">",
          "<\"strThirdDocId:doc-1,strDocHash:H=\xA3\xAC"
          "strAlgorithm:SHA256, strSignTicket:TK-1, "
          "strSignlogId:\">"});
