@@ -174,6 +174,7 @@ TEST_F(SealOpenApiTest, InitFailures) {
     EXPECT_EQ(42, LastErrorCode());
     EXPECT_EQ("/cfg-login", api.strLoginUrl);
     EXPECT_EQ("", api.strHost);
+    EXPECT_FALSE(api.strEquipId.empty());
 
     // A reply that cannot be read sets no last error.
     IWK_SetLastError(-1, "marker");
@@ -428,6 +429,8 @@ TEST(XmlSealParser, Cases) {
     partial.sealDataType = 5;
     EXPECT_EQ(10010, KX_PraseXMLSeal(SealDoc(FullSealXml("es-8", "")).c_str(), partial));
     EXPECT_EQ("es-8|\xB9\xAB\xD5\xC2|CERTB64|3|UElD|png|0|0|5||", Fields(partial));
+    EXPECT_EQ(10010, KX_PraseXMLSeal(SealDoc(FullSealXml("es-9", "<b/>")).c_str(), partial));
+    EXPECT_EQ(5, partial.sealDataType);
 
     _seal_Info_s wide;
     EXPECT_EQ(0, KX_PraseXMLSeal(SealDoc(FullSealXml("es-1", "wide")).c_str(), wide));
