@@ -19,9 +19,6 @@ namespace {
 
 const long long kHourMs = 3600000;
 long long g_now = 0;
-long long TestClock() {
-    return g_now;
-}
 
 size_t Count(const std::string& text, const std::string& what) {
     size_t n = 0;
@@ -44,7 +41,7 @@ protected:
         info.ServerIp = "127.0.0.1:" + std::to_string(server.port());
         info.Port = server.port();
         g_now = 5000;
-        oldClock = IWK_SetTimerClock(TestClock);
+        oldClock = IWK_SetTimerClock([] { return g_now; });
     }
     void TearDown() override {
         IWK_KillTimer(nullptr, static_cast<uintptr_t>(iTimerId));
@@ -66,16 +63,9 @@ protected:
 
 TEST_F(CorvaneApiTest, UrlTableAndCopies) {
     CCorvaneApi api;
-    EXPECT_EQ(
-        "https://%s/v1/oauth2/access_token?appId=%s&code=%s&grantType=authorization_code&"
-        "redirectUri=%s&secret=%s",
-        api.strCodeTokenUrl);
     EXPECT_EQ("https://%s/v1/oauth2/access_token?appId=%s&secret=%s&grantType=client_credentials",
               api.strClientTokenUrl);
-    EXPECT_EQ("https://%s/v1/witnessflows/%s/mobileShield/signResult?signTicket=%s&taskId=%s",
-              api.strSignResultUrl);
-    EXPECT_EQ("", api.strReservedA);
-    EXPECT_EQ("", api.strReservedB);
+    EXPECT_EQ("", api.strReservedA + api.strReservedB);
     EXPECT_EQ("https://%s/v3/bid-sign/seals/%s?sealType=%d&accountId=%s", api.strBIDSealByTypeUrl);
     EXPECT_EQ("https://%s/v3/bid-sign/logout", api.strBIDLogoutUrl);
     EXPECT_EQ(&api, pCurrentCorvaneApi);
@@ -102,8 +92,7 @@ TEST_F(CorvaneApiTest, UrlTableAndCopies) {
     EXPECT_EQ(nullptr, pCurrentCorvaneApi);
     std::string a = "a", b = "b";
     EXPECT_EQ(0, api.GetNetworkToken(a, b, true));
-    EXPECT_EQ("a", a);
-    EXPECT_EQ("b", b);
+    EXPECT_EQ("a b", a + " " + b);
     CCorvaneApi fresh;
     EXPECT_EQ(10009, fresh.GetNetworkToken(a, b, false));
 }
@@ -188,10 +177,7 @@ TEST_F(CorvaneApiTest, PreconditionAndUrlLimitSendNothing) {
     EXPECT_EQ(10009, api.QuerySignResultTask("f", "t", "k", s1, s2, s3, s4));
     EXPECT_EQ(10009, api.SignConfirmTask("f", "d", "h", "SHA256", "t", "l"));
     EXPECT_EQ(0u, server.requestCount());
-    EXPECT_EQ("s1", s1);
-    EXPECT_EQ("s2", s2);
-    EXPECT_EQ("s3", s3);
-    EXPECT_EQ("s4", s4);
+    EXPECT_EQ("s1 s2 s3 s4", s1 + " " + s2 + " " + s3 + " " + s4);
     EXPECT_TRUE(passed);
     const std::string log = env.readLog();
     EXPECT_EQ(15u, Count(log, "\"lRes:10009, reqRes.errCode:0, reqRes.msg:"));
@@ -201,14 +187,12 @@ TEST_F(CorvaneApiTest, PreconditionAndUrlLimitSendNothing) {
     // "https://" + host + "/v1/accounts/" + id + "/getIdentityInfo" at exactly 1023 bytes.
     const size_t fixed = std::string("https:///v1/accounts//getIdentityInfo").size();
     const std::string longest(1023 - fixed - info.ServerIp.size(), 'x');
-    std::string code = "kept";
+    std::string code = "kept", lastText;
+    long lastCode = 0;
+    IWK_SetLastError(-1, "marker");
     EXPECT_EQ(10110, api.GetIdentityInfo(longest + "y", code));
     EXPECT_EQ("kept", code);
     EXPECT_EQ(0u, server.requestCount());
-    long lastCode = 0;
-    std::string lastText;
-    IWK_SetLastError(-1, "marker");
-    EXPECT_EQ(10110, api.GetIdentityInfo(longest + "y", code));
     ASSERT_TRUE(IWK_GetLastError(lastCode, lastText));
     EXPECT_EQ(-1, lastCode);  // a local refusal leaves the last error alone
     EXPECT_EQ(0, api.GetIdentityInfo(longest, code));

@@ -7,13 +7,15 @@
 #include <openssl/x509.h>
 
 #include <fstream>
+#include <sstream>
 #include <string>
+#include <tuple>
+#include <vector>
 
 #include "KXUtils.h"
 #include "Processes.h"
 #include "TempEnv.h"
 
-using kxtest::RunKxapi;
 using kxtest::RunResult;
 using kxtest::SimProcess;
 
@@ -50,49 +52,59 @@ Json::Value ParseOut(const RunResult& r) {
     return out;
 }
 
+// kxapi with a command line split at spaces.
+RunResult Kxapi(const std::string& config, const std::string& line) {
+    std::istringstream in(line);
+    std::vector<std::string> args;
+    for (std::string arg; in >> arg;) args.push_back(arg);
+    return kxtest::RunKxapi(config, args);
+}
+
+// Each command fails with its exit status and a text on standard error.
+void ExpectRefusals(const std::string& config,
+                    std::initializer_list<std::tuple<std::string, int, std::string>> cases) {
+    for (const auto& c : cases) {
+        const RunResult r = Kxapi(config, std::get<0>(c));
+        EXPECT_EQ(std::get<1>(c), r.status) << std::get<0>(c);
+        EXPECT_NE(std::string::npos, r.err.find(std::get<2>(c))) << std::get<0>(c) << r.err;
+    }
+}
+
 }  // namespace
 
-TEST(EndToEndSeal, RoadOfOneHashVerifies) {
+TEST(EndToEndSeal, RoadOfOneHashListsAndPrintCounts) {
     TempEnv env;
-    const std::string config = env.dir() + "/sim.ini";
-    SimProcess sim(env.dir() + "/state", config);
+    const std::string config = env.dir() + "/sim.ini", dir = env.dir();
+    SimProcess sim(dir + "/state", config);
     ASSERT_FALSE(sim.baseUrl().empty());
-    const std::string doc = env.dir() + "/contract.txt";
     const std::string content = "a contract \xD5\xC5\n";
-    std::ofstream(doc) << content;
+    std::ofstream(dir + "/contract.txt") << content;
+    const std::string demo = "seal sign --user demo --password demo-password";
+    const std::string sign = demo + " --sign-pwd demo-pin ";
 
-    RunResult r = RunKxapi(
-        config, {"seal", "sign", "--user", "demo", "--password", "demo-password", "--sign-pwd",
-                 "demo-pin", "--file", doc, "--cert-out", env.dir() + "/cert.pem", "--sig-out",
-                 env.dir() + "/sig.bin", "--login-type", "3"});
+    RunResult r = Kxapi(config, sign + "--file " + dir + "/contract.txt --cert-out " + dir +
+                                    "/cert.pem --sig-out " + dir + "/sig.bin --login-type 3");
     ASSERT_EQ(0, r.status) << r.err;
     Json::Value out = ParseOut(r);
     EXPECT_EQ(6u, out["steps"].size());
     EXPECT_EQ(IWK_Base64Encode(Sha256(content)), out["hash"].asString());
     EXPECT_EQ("seal-0001", out["seal"]["sealId"].asString());
-    const std::string sig = ReadFileText(env.dir() + "/sig.bin");
+    const std::string sig = ReadFileText(dir + "/sig.bin");
     EXPECT_EQ(IWK_Base64Decode(out["signature"].asString()), sig);
-    const std::string certPem = ReadFileText(env.dir() + "/cert.pem");
+    const std::string certPem = ReadFileText(dir + "/cert.pem");
     EXPECT_TRUE(Verifies(certPem, content, sig));
     EXPECT_FALSE(Verifies(certPem, content + "x", sig));
 
-    // Discovery wrote the endpoints into the configuration.
-    const std::string ini = ReadFileText(config);
-    EXPECT_NE(std::string::npos, ini.find("LoginUrl=/kxseal/openapi/login"));
-    EXPECT_NE(std::string::npos, ini.find("SignHashUrl=/kxseal/openapi/signHash"));
-
     // The second seal signs a given hash; the sign log keeps both reports.
     const std::string hash = IWK_Base64Encode(Sha256("other"));
-    r = RunKxapi(config,
-                 {"seal", "sign", "--user", "demo", "--password", "demo-password", "--sign-pwd",
-                  "demo-pin", "--hash", hash, "--seal-id", "2", "--login-type", "1", "--cert-out",
-                  env.dir() + "/cert2.pem", "--sig-out", env.dir() + "/sig2.bin"});
+    r = Kxapi(config, sign + "--hash " + hash + " --seal-id 2 --login-type 1 --cert-out " + dir +
+                          "/cert2.pem --sig-out " + dir + "/sig2.bin");
     ASSERT_EQ(0, r.status) << r.err;
     EXPECT_EQ("seal-0002", ParseOut(r)["seal"]["sealId"].asString());
-    EXPECT_TRUE(Verifies(ReadFileText(env.dir() + "/cert2.pem"), "other",
-                         ReadFileText(env.dir() + "/sig2.bin")));
+    EXPECT_TRUE(
+        Verifies(ReadFileText(dir + "/cert2.pem"), "other", ReadFileText(dir + "/sig2.bin")));
 
-    r = RunKxapi(config, {"call", "OpenApiURL", "GET", "/kxsim/seal/signLogs"});
+    r = Kxapi(config, "call OpenApiURL GET /kxsim/seal/signLogs");
     ASSERT_EQ(0, r.status) << r.err;
     const Json::Value logs = ParseOut(r)["signLogs"];
     ASSERT_EQ(2u, logs.size());
@@ -103,34 +115,17 @@ TEST(EndToEndSeal, RoadOfOneHashVerifies) {
     EXPECT_EQ(hash, logs[1]["docHash"].asString());
     EXPECT_EQ(2, logs[1]["certId"].asInt());
 
-    // Refusals reach the exit status with the server's code and text.
-    r = RunKxapi(config, {"seal", "sign", "--user", "demo", "--password", "wrong", "--hash", hash});
-    EXPECT_EQ(1, r.status);
-    EXPECT_NE(std::string::npos, r.err.find("code 1002")) << r.err;
-    r = RunKxapi(config, {"seal", "sign", "--user", "demo", "--password", "demo-password",
-                          "--sign-pwd", "nope", "--hash", hash});
-    EXPECT_EQ(1, r.status);
-    EXPECT_NE(std::string::npos, r.err.find("wrong sign password")) << r.err;
-    r = RunKxapi(config, {"seal", "sign", "--user", "demo", "--password", "demo-password",
-                          "--sign-pwd", "demo-pin", "--hash", "c2hvcnQ="});
-    EXPECT_EQ(1, r.status);
-    EXPECT_NE(std::string::npos, r.err.find("code 1006")) << r.err;
-    r = RunKxapi(config, {"seal", "list", "--user", "demo", "--password", "demo-password",
-                          "--seal-id", "3"});
-    EXPECT_EQ(1, r.status);  // seal 3 belongs to another user: an empty list
-    EXPECT_NE(std::string::npos, r.err.find("code 10006")) << r.err;
-    r = RunKxapi(config, {"seal", "sign", "--user", "demo", "--password", "x"});
-    EXPECT_EQ(2, r.status);
-}
+    // Refusals reach the exit status with the server's code and text; seal 3
+    // belongs to another user, which makes an empty list.
+    ExpectRefusals(config,
+                   {{"seal sign --user demo --password wrong --hash " + hash, 1, "code 1002"},
+                    {demo + " --sign-pwd nope --hash " + hash, 1, "wrong sign password"},
+                    {sign + "--hash c2hvcnQ=", 1, "code 1006"},
+                    {"seal list --user demo --password demo-password --seal-id 3", 1, "code 10006"},
+                    {"seal sign --user demo --password x", 2, ""}});
 
-TEST(EndToEndSeal, ListsAndPrintCounts) {
-    TempEnv env;
-    const std::string config = env.dir() + "/sim.ini";
-    SimProcess sim(env.dir() + "/state", config);
-    ASSERT_FALSE(sim.baseUrl().empty());
-
-    RunResult r =
-        RunKxapi(config, {"seal", "list", "--user", "demo", "--password", "demo-password"});
+    // Seal lists and print counts, with a second user.
+    r = Kxapi(config, "seal list --user demo --password demo-password");
     ASSERT_EQ(0, r.status) << r.err;
     Json::Value seals = ParseOut(r)["seals"];
     ASSERT_EQ(2u, seals.size());
@@ -138,26 +133,15 @@ TEST(EndToEndSeal, ListsAndPrintCounts) {
     EXPECT_EQ("\xBA\xCF\xCD\xAC\xD7\xA8\xD3\xC3\xD5\xC2", seals[1]["sealName"].asString());
     EXPECT_EQ(160, seals[1]["width"].asInt());
 
-    const std::vector<std::string> login = {"--user",         "demo2",        "--password",
-                                            "demo2-password", "--login-type", "2"};
-    auto withLogin = [&](std::vector<std::string> args) {
-        args.insert(args.end(), login.begin(), login.end());
-        return RunKxapi(config, args);
-    };
-    r = withLogin({"seal", "print-count", "get", "print-0001"});
+    const std::string login = " --user demo2 --password demo2-password --login-type 2";
+    r = Kxapi(config, "seal print-count get print-0001" + login);
     ASSERT_EQ(0, r.status) << r.err;
     EXPECT_EQ(5, ParseOut(r)["remain"].asInt());
     EXPECT_EQ(5, ParseOut(r)["total"].asInt());
-    r = withLogin({"seal", "print-count", "set", "print-0001", "2"});
-    ASSERT_EQ(0, r.status) << r.err;
-    r = withLogin({"seal", "print-count", "get", "print-0001"});
-    EXPECT_EQ(2, ParseOut(r)["remain"].asInt());
-    r = withLogin({"seal", "print-count", "set", "print-0001", "6"});
-    EXPECT_EQ(1, r.status);
-    EXPECT_NE(std::string::npos, r.err.find("code 1008")) << r.err;
-    r = withLogin({"seal", "print-count", "get", "print-9999"});
-    EXPECT_EQ(1, r.status);
-    EXPECT_NE(std::string::npos, r.err.find("code 1007")) << r.err;
-    r = withLogin({"seal", "print-count", "sideways", "x"});
-    EXPECT_EQ(2, r.status);
+    ASSERT_EQ(0, Kxapi(config, "seal print-count set print-0001 2" + login).status);
+    EXPECT_EQ(2,
+              ParseOut(Kxapi(config, "seal print-count get print-0001" + login))["remain"].asInt());
+    ExpectRefusals(config, {{"seal print-count set print-0001 6" + login, 1, "code 1008"},
+                            {"seal print-count get print-9999" + login, 1, "code 1007"},
+                            {"seal print-count sideways x" + login, 2, ""}});
 }
