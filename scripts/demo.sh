@@ -87,11 +87,28 @@ if command -v openssl >/dev/null; then
   step "expand the UKey's certificate: four signed steps, polling until issued" ok -- \
     cert expand --ukey-num KXUKEY0001 --csr "$WORK/ukey.csr" --out-dir "$WORK/expanded" --interval 200
   openssl x509 -in "$WORK/expanded/sign-cert.pem" -noout -subject -issuer -serial 2>/dev/null | sed 's/^/   /'
+  STEP=$((STEP + 1))
+  printf '\n== Step %d: both certificates chain to kxsim'"'"'s CA and certify the UKey'"'"'s key\n' "$STEP"
+  if openssl verify -CAfile "$WORK/sim-state/ca.pem" "$WORK/expanded/sign-cert.pem" \
+    "$WORK/expanded/enc-cert.pem" &&
+    [ "$(openssl x509 -in "$WORK/expanded/sign-cert.pem" -noout -pubkey)" = \
+      "$(openssl pkey -in "$WORK/ukey.key" -pubout)" ]; then
+    printf -- '-- ok\n'
+  else
+    printf -- '-- FAILED\n'
+    FAILED=$((FAILED + 1))
+  fi
   step "check the new signing certificate at the cloud platform (XML)" ok -- \
     cert check --cert "$WORK/expanded/sign-cert.pem"
   step "check the new encryption certificate at the agent (JSON)" ok -- \
     cert check --cert "$WORK/expanded/enc-cert.pem" --section KXCloudCheckAgent
   SERIAL=$(openssl x509 -in "$WORK/expanded/sign-cert.pem" -noout -serial | sed 's/^serial=//')
+  openssl req -x509 -newkey rsa:2048 -nodes -keyout "$WORK/stranger.key" -out "$WORK/stranger.pem" \
+    -subj "/CN=stranger" -days 1 2>/dev/null
+  step "a certificate of another CA is refused by the cloud platform" refused -- \
+    cert check --cert "$WORK/stranger.pem"
+  step "a UKey whose service has expired: the expansion stops before filing a request" refused -- \
+    cert expand --ukey-num 0000DEAD --csr "$WORK/ukey.csr" --out-dir "$WORK/expanded"
   step "revoke the signing certificate at kxsim" ok -- \
     call KXSim POST /kxsim/cert/revoke --body "{\"sn\":\"$SERIAL\"}"
   step "the revoked certificate is refused" refused -- \

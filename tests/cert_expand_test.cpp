@@ -6,11 +6,13 @@
 
 #include "ECertExpand.h"
 #include "KXUtils.h"
+#include "LastErrorProbe.h"
 #include "LoopbackServer.h"
 #include "TempEnv.h"
 #include "TestCA.h"
 
 using kxtest::LoopbackServer;
+using kxtest::MarkLastError;
 using kxtest::RecordedRequest;
 using kxtest::Reply;
 using kxtest::TestCA;
@@ -28,7 +30,7 @@ protected:
         info.ProjectID = "proj-1";
         info.ProjectSecret = "secret-1";
         ASSERT_EQ(0, client.Init(info));
-        IWK_SetLastError(-1, "marker");
+        MarkLastError();
     }
 
     long check(const std::string& id = "U") { return client.CheckServiceRequest(id, expired); }

@@ -6,11 +6,14 @@
 
 #include "KXServerApi.h"
 #include "KXUtils.h"
+#include "LastErrorProbe.h"
 #include "LoopbackServer.h"
 #include "TempEnv.h"
 #include "TestCA.h"
 
+using kxtest::ExpectLastError;
 using kxtest::LoopbackServer;
+using kxtest::MarkLastError;
 using kxtest::Reply;
 using kxtest::TestCA;
 
@@ -22,19 +25,11 @@ protected:
         ASSERT_TRUE(env.set("KXUtils", "Proxy", ""));
         ASSERT_TRUE(env.set("KXUtils", "CAFile", TestCA::instance().caFile()));
         ASSERT_TRUE(env.set("KXServerApi", "CertServiceQuery", server.baseUrl() + "/kxweb"));
-        IWK_SetLastError(-1, "marker");
+        MarkLastError();
     }
 
     long Query(const char* sn, const char* ukey) {
         return KXSER_CertServiceQuery(sn, ukey, result);
-    }
-
-    void ExpectLastError(long code, const std::string& text) {
-        long gotCode = 0;
-        std::string gotText;
-        ASSERT_TRUE(IWK_GetLastError(gotCode, gotText));
-        EXPECT_EQ(code, gotCode);
-        EXPECT_EQ(text, gotText);
     }
 
     TempEnv env;
@@ -94,7 +89,7 @@ TEST_F(CertServiceQueryTest, ReplyCases) {
     EXPECT_EQ(12, Query("SN", nullptr));
     ExpectLastError(12, "no such cert");
 
-    IWK_SetLastError(-1, "marker");
+    MarkLastError();
     for (const char* bad : {"not json", "[0]", R"({"code":true})", R"({"code":1e40})"}) {
         server.queueReply(Reply(200, bad));
         result = "stale";

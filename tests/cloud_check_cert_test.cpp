@@ -6,10 +6,13 @@
 
 #include "CloudCheckCert.h"
 #include "KXUtils.h"
+#include "LastErrorProbe.h"
 #include "LoopbackServer.h"
 #include "TempEnv.h"
 
+using kxtest::LastError;
 using kxtest::LoopbackServer;
+using kxtest::MarkLastError;
 using kxtest::Reply;
 
 namespace {
@@ -23,7 +26,7 @@ protected:
         info.SerType = 2;
         info.ServerIp = "http://127.0.0.1";
         info.Port = server.port();
-        IWK_SetLastError(-1, "marker");
+        MarkLastError();
     }
 
     // The code of one check that gets this reply.
@@ -40,12 +43,6 @@ protected:
         return req.method + " " + req.target + "\n" + req.body;
     }
     // "code text" of the last error.
-    static std::string LastError() {
-        long code = 0;
-        std::string text;
-        return IWK_GetLastError(code, text) ? std::to_string(code) + " " + text : "<none>";
-    }
-
     TempEnv env;
     LoopbackServer server;
     _init_Info_s info;
@@ -124,7 +121,7 @@ TEST_F(CloudCheckCertTest, AgentRequestAndReplies) {
 
     EXPECT_EQ(32010, check(R"({"errCode":32010,"msg":"revoked"})"));
     EXPECT_EQ("32010 revoked", LastError());
-    IWK_SetLastError(-1, "marker");
+    MarkLastError();
     for (const char* bad : {"<result><retcode>0</retcode></result>", "[1]", R"({"errCode":[]})"})
         EXPECT_EQ(10003, check(bad)) << bad;
     EXPECT_EQ("-1 marker", LastError());

@@ -6,12 +6,14 @@
 
 #include "CorvaneApi.h"
 #include "KXUtils.h"
+#include "LastErrorProbe.h"
 #include "LoopbackServer.h"
 #include "TempEnv.h"
 #include "TestCA.h"
 #include "platform/CorvaneTimer.h"
 
 using kxtest::LoopbackServer;
+using kxtest::MarkLastError;
 using kxtest::Reply;
 using kxtest::TestCA;
 
@@ -189,7 +191,7 @@ TEST_F(CorvaneApiTest, PreconditionAndUrlLimitSendNothing) {
     const std::string longest(1023 - fixed - info.ServerIp.size(), 'x');
     std::string code = "kept", lastText;
     long lastCode = 0;
-    IWK_SetLastError(-1, "marker");
+    MarkLastError();
     EXPECT_EQ(10110, api.GetIdentityInfo(longest + "y", code));
     EXPECT_EQ("kept", code);
     EXPECT_EQ(0u, server.requestCount());

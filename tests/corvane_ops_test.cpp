@@ -8,11 +8,14 @@
 
 #include "CorvaneApi.h"
 #include "KXUtils.h"
+#include "LastErrorProbe.h"
 #include "LoopbackServer.h"
 #include "TempEnv.h"
 #include "TestCA.h"
 
+using kxtest::ExpectLastError;
 using kxtest::LoopbackServer;
+using kxtest::MarkLastError;
 using kxtest::RecordedRequest;
 using kxtest::Reply;
 using kxtest::TestCA;
@@ -46,7 +49,7 @@ protected:
         info.ServerIp = "127.0.0.1:" + std::to_string(server.port());
         info.Port = server.port();
         ASSERT_EQ(0, api.Init(info));
-        IWK_SetLastError(-1, "marker");
+        MarkLastError();
     }
 
     // The last request, checked for its method, target and a signature head
@@ -69,14 +72,6 @@ protected:
     void ExpectLogHas(std::initializer_list<const char*> lines) {
         const std::string log = env.readLog();
         for (const char* line : lines) EXPECT_NE(std::string::npos, log.find(line)) << line;
-    }
-
-    void ExpectLastError(long code, const std::string& text) {
-        long gotCode = 0;
-        std::string gotText;
-        ASSERT_TRUE(IWK_GetLastError(gotCode, gotText));
-        EXPECT_EQ(code, gotCode);
-        EXPECT_EQ(text, gotText);
     }
 
     TempEnv env;

@@ -6,10 +6,13 @@
 
 #include "InkwellApi.h"
 #include "KXUtils.h"
+#include "LastErrorProbe.h"
 #include "LoopbackServer.h"
 #include "TempEnv.h"
 
+using kxtest::LastError;
 using kxtest::LoopbackServer;
+using kxtest::MarkLastError;
 using kxtest::RecordedRequest;
 using kxtest::Reply;
 
@@ -24,7 +27,7 @@ protected:
         info.Port = server.port();
         info.ProjectID = "proj-1";
         info.ProjectSecret = "secret-1";
-        IWK_SetLastError(-1, "marker");
+        MarkLastError();
     }
 
     // "METHOD target\nbody" of a request, which must carry the legacy head over
@@ -52,12 +55,6 @@ protected:
     }
 
     // "code text" of the last error.
-    std::string LastError() {
-        long code = 0;
-        std::string text;
-        return IWK_GetLastError(code, text) ? std::to_string(code) + " " + text : "<none>";
-    }
-
     TempEnv env;
     LoopbackServer server;
     _init_Info_s info;
@@ -192,7 +189,7 @@ TEST_F(InkwellApiTest, UpdateUkeyTryTimeProbesThenReports) {
     EXPECT_EQ(31001, report(R"({"errCode":31001,"msg":"locked","data":{"remainingTime":0}})"));
     EXPECT_EQ("31001 locked", LastError());
     EXPECT_EQ(10003, report("<html>"));
-    IWK_SetLastError(-1, "marker");
+    MarkLastError();
     EXPECT_EQ(500, report("oops", 500));
     EXPECT_EQ("500 " + IWK_GetErrorMsg(500), LastError());
     EXPECT_EQ(-7, remaining);

@@ -6,10 +6,13 @@
 
 #include "KXServerApi.h"
 #include "KXUtils.h"
+#include "LastErrorProbe.h"
 #include "LoopbackServer.h"
 #include "TempEnv.h"
 
+using kxtest::ExpectLastError;
 using kxtest::LoopbackServer;
+using kxtest::MarkLastError;
 using kxtest::Reply;
 
 namespace {
@@ -18,7 +21,7 @@ class InkwellProbeTest : public ::testing::Test {
 protected:
     void SetUp() override {
         ASSERT_TRUE(env.set("KXUtils", "Proxy", ""));
-        IWK_SetLastError(-1, "marker");
+        MarkLastError();
     }
 
     long Probe(const std::string& section = "KXInkwell") {
@@ -30,14 +33,6 @@ protected:
             "[KXUtils]\nProxy=\n[KXInkwell]\nserverVer=5.3\nauthorizationType=2\n"
             "authorization=" +
             server.url("/auth?app=1") + "\n");
-    }
-
-    void ExpectLastError(long code, const std::string& text) {
-        long gotCode = 0;
-        std::string gotText;
-        ASSERT_TRUE(IWK_GetLastError(gotCode, gotText));
-        EXPECT_EQ(code, gotCode);
-        EXPECT_EQ(text, gotText);
     }
 
     TempEnv env;
@@ -138,7 +133,7 @@ TEST_F(InkwellProbeTest, FetchFailures) {
     EXPECT_EQ(31015, Probe());
 
     server.queueReply(Reply(503, "busy"));
-    IWK_SetLastError(-1, "marker");
+    MarkLastError();
     EXPECT_EQ(503, Probe());
     EXPECT_EQ("", authorization);
     EXPECT_EQ(2, info.authorizationType);  // settings of the store stay in the record

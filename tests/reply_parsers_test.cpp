@@ -6,6 +6,11 @@
 
 #include "KXReplyParsers.h"
 #include "KXUtils.h"
+#include "LastErrorProbe.h"
+
+using kxtest::ExpectLastError;
+using kxtest::ExpectLastErrorMarked;
+using kxtest::MarkLastError;
 
 namespace {
 
@@ -16,22 +21,10 @@ KXReqResult Reply(const std::string& text) {
     return r;
 }
 
-void ResetLastError() {
-    IWK_SetLastError(-1, "marker");
-}
-
-void ExpectLastErrorUntouched() {
-    long code = 0;
-    std::string text;
-    ASSERT_TRUE(IWK_GetLastError(code, text));
-    EXPECT_EQ(-1, code);
-    EXPECT_EQ("marker", text);
-}
-
 }  // namespace
 
 TEST(ReplyParsers, SuccessKeepsRawReplyAndHandsOutPayload) {
-    ResetLastError();
+    MarkLastError();
     Json::Value data("untouched");
     KXReqResult r = Reply("{}");
     EXPECT_EQ(0, ParseCodeEnvelope(r, data));
@@ -49,28 +42,24 @@ TEST(ReplyParsers, SuccessKeepsRawReplyAndHandsOutPayload) {
     EXPECT_EQ(5, data.asInt());
     r = Reply(R"({"code":"abc"})");
     EXPECT_EQ(0, ParseCodeEnvelope(r, data));
-    ExpectLastErrorUntouched();
+    ExpectLastErrorMarked();
 }
 
 TEST(ReplyParsers, ServerFailuresCarryCodeAndMessage) {
-    ResetLastError();
+    MarkLastError();
     Json::Value data("untouched");
     KXReqResult r = Reply(R"({"code":"401"})");
     EXPECT_EQ(401, ParseCodeEnvelope(r, data));
     EXPECT_EQ(401, r.errCode);
     EXPECT_EQ(IWK_GetErrorMsg(10024), r.msg);
     EXPECT_EQ("untouched", data.asString());
-    ExpectLastErrorUntouched();
+    ExpectLastErrorMarked();
 
     r = Reply(R"({"code":5,"message":"x","data":{"a":1}})");
     EXPECT_EQ(5, ParseCodeEnvelope(r, data));
     EXPECT_EQ("x", r.msg);
     EXPECT_EQ("untouched", data.asString());
-    long code = 0;
-    std::string text;
-    ASSERT_TRUE(IWK_GetLastError(code, text));
-    EXPECT_EQ(5, code);
-    EXPECT_EQ("x", text);
+    ExpectLastError(5, "x");
 
     // The other envelope reads its own keys and ignores the first one's.
     r = Reply(R"({"code":9,"errCode":-7,"msg":"bad","message":"other"})");
@@ -84,18 +73,14 @@ TEST(ReplyParsers, ServerFailuresCarryCodeAndMessage) {
 }
 
 TEST(ReplyParsers, TransportFailurePassesThroughUnparsed) {
-    ResetLastError();
+    MarkLastError();
     Json::Value data;
     KXReqResult r = Reply(R"({"code":0})");
     r.errCode = 7;
     r.msg = "connect failed";
     EXPECT_EQ(7, ParseCodeEnvelope(r, data));
     EXPECT_EQ("connect failed", r.msg);
-    long code = 0;
-    std::string text;
-    ASSERT_TRUE(IWK_GetLastError(code, text));
-    EXPECT_EQ(7, code);
-    EXPECT_EQ("connect failed", text);
+    ExpectLastError(7, "connect failed");
 }
 
 TEST(ReplyParsers, UnusableRepliesGive10003AndLeaveLastError) {
@@ -114,18 +99,18 @@ TEST(ReplyParsers, UnusableRepliesGive10003AndLeaveLastError) {
         R"({"code":"99999999999999999999"})",
     };
     for (const char* text : replies) {
-        ResetLastError();
+        MarkLastError();
         Json::Value data("untouched");
         KXReqResult r = Reply(text);
         EXPECT_EQ(10003, ParseCodeEnvelope(r, data)) << text;
         EXPECT_EQ(10003, r.errCode) << text;
         EXPECT_EQ(IWK_GetErrorMsg(10003), r.msg) << text;
         EXPECT_EQ("untouched", data.asString()) << text;
-        ExpectLastErrorUntouched();
+        ExpectLastErrorMarked();
     }
-    ResetLastError();
+    MarkLastError();
     Json::Value data;
     KXReqResult r = Reply(R"({"errCode":[1]})");
     EXPECT_EQ(10003, ParseErrCodeEnvelope(r, data));
-    ExpectLastErrorUntouched();
+    ExpectLastErrorMarked();
 }

@@ -9,10 +9,12 @@
 
 #include "KXSealOpenApi.h"
 #include "KXUtils.h"
+#include "LastErrorProbe.h"
 #include "LoopbackServer.h"
 #include "TempEnv.h"
 
 using kxtest::LoopbackServer;
+using kxtest::MarkLastError;
 using kxtest::RecordedRequest;
 using kxtest::Reply;
 
@@ -74,7 +76,7 @@ protected:
         info.ProjectSecret = "psec";
         info.ServerIp = "http://127.0.0.1";
         info.Port = server.port();
-        IWK_SetLastError(-1, "marker");
+        MarkLastError();
     }
 
     // Endpoints from configuration alone, no discovery request.
@@ -177,7 +179,7 @@ TEST_F(SealOpenApiTest, InitFailures) {
     EXPECT_FALSE(api.strEquipId.empty());
 
     // A reply that cannot be read sets no last error.
-    IWK_SetLastError(-1, "marker");
+    MarkLastError();
     for (const char* bad : {"not json", "[1]"}) EXPECT_EQ(10003, On(bad).Init(info)) << bad;
     EXPECT_EQ(-1, LastErrorCode());
     for (const char* bad : {R"({"host":"h"})", R"({"errCode":"0"})", R"({"errCode":1e20})"}) {
