@@ -74,6 +74,10 @@ step "a platform request signed with a wrong secret is refused" refused -- \
   --config "$WORK/wrong-secret.ini" call KXSim GET /v1/accounts/demo
 step "the platform account behind an OAuth2 code" ok -- \
   platform whoami --code kxcode-demo --redirect-uri https://app.example/callback --org org-0001
+step "an OAuth2 code the platform never issued" refused -- \
+  platform whoami --code bogus --redirect-uri https://app.example/callback
+step "an encryption task, once the account's will is confirmed on the device" ok -- \
+  platform encrypt-task --account acc-0001 --key EPK --interval-ms 300
 printf 'Contract between the demo organisation and its partner.\n' >"$WORK/contract.txt"
 step "a document signed under a witness flow (kxsim approves on the device after a few polls)" ok -- \
   platform sign --org org-0001 --account acc-0001 --doc "$WORK/contract.txt" --interval-ms 300

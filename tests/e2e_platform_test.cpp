@@ -19,12 +19,6 @@ using kxtest::SimProcess;
 
 namespace {
 
-Json::Value ParseOut(const RunResult& r) {
-    Json::Value out;
-    EXPECT_TRUE(kxjson::Parse(r.out, out)) << r.out << r.err;
-    return out;
-}
-
 // The simulator's confirmation page for a QR content URL; answer "" only reads it.
 std::string Page(const std::string& caFile, const std::string& qr, const std::string& answer) {
     const size_t pathAt = qr.find('/', qr.find("://") + 3);
@@ -40,47 +34,6 @@ std::string Page(const std::string& caFile, const std::string& qr, const std::st
 }
 
 }  // namespace
-
-TEST(EndToEndPlatform, KxapiFlowsWithAutoApproval) {
-    TempEnv env;
-    const std::string config = env.dir() + "/sim.ini";
-    SimProcess sim(env.dir() + "/state", config, {"--auto-approve"});
-    ASSERT_FALSE(sim.baseUrl().empty());
-
-    RunResult r =
-        RunKxapi(config, {"platform", "whoami", "--code", "kxcode-demo2", "--redirect-uri",
-                          "https://app.example/cb&x=1", "--org", "org-0001"});
-    ASSERT_EQ(0, r.status) << r.err;
-    Json::Value out = ParseOut(r);
-    EXPECT_EQ("acc-0002", out["accountId"].asString());
-    EXPECT_EQ("13987654321", out["mobile"].asString());
-    EXPECT_EQ("91110000KXDEMO0001", out["orgOuid"].asString());
-    r = RunKxapi(config, {"platform", "whoami", "--code", "bogus", "--redirect-uri", "u"});
-    EXPECT_EQ(1, r.status);
-    EXPECT_NE(std::string::npos, r.err.find("code 4011")) << r.err;
-
-    const std::string doc = env.dir() + "/contract.txt";
-    std::ofstream(doc) << "one contract\n";
-    r = RunKxapi(config, {"platform", "sign", "--org", "org-0001", "--account", "acc-0001", "--doc",
-                          doc, "--interval-ms", "20"});
-    ASSERT_EQ(0, r.status) << r.err;
-    out = ParseOut(r);
-    EXPECT_TRUE(out["signatureVerified"].asBool());
-    EXPECT_EQ("contract.txt", out["thirdDocId"].asString());
-    EXPECT_EQ("RSA", out["certAlgorithm"].asString());
-    EXPECT_NE(std::string::npos, out["certSubject"].asString().find("KXSim user demo"));
-    EXPECT_NE(std::string::npos, r.err.find(sim.baseUrl() + "/mobile/confirm/")) << r.err;
-
-    r = RunKxapi(config, {"platform", "encrypt-task", "--account", "acc-0001", "--interval-ms",
-                          "20", "--key", "EPK"});
-    ASSERT_EQ(0, r.status) << r.err;
-    out = ParseOut(r);
-    EXPECT_EQ(44u, out["symmetricKey"].asString().size());
-    EXPECT_FALSE(out["publicKey"].asString().empty());
-
-    r = RunKxapi(config, {"platform", "sign", "--org", "org-0001", "--account", "acc-0001"});
-    EXPECT_EQ(2, r.status);
-}
 
 TEST(EndToEndPlatform, ApprovalOnTheConfirmationPage) {
     TempEnv env;

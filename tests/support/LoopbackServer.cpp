@@ -251,10 +251,4 @@ void LoopbackServer::clearRequests() {
     impl_->requests.clear();
 }
 
-bool LoopbackServer::waitForRequests(size_t count, int timeoutMs) const {
-    std::unique_lock<std::mutex> lock(impl_->mutex);
-    return impl_->changed.wait_for(lock, std::chrono::milliseconds(timeoutMs),
-                                   [&] { return impl_->requests.size() >= count; });
-}
-
 }  // namespace kxtest

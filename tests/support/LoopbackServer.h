@@ -84,8 +84,6 @@ public:
     RecordedRequest lastRequest() const;  // empty record when none arrived
     size_t requestCount() const;
     void clearRequests();
-    // Waits until at least count requests arrived; false on timeout.
-    bool waitForRequests(size_t count, int timeoutMs) const;
 
 private:
     struct Impl;
