@@ -8,6 +8,7 @@
 
 #include "CloudCheckCert.h"
 #include "Commands.h"
+#include "KXPki.h"
 #include "ECertExpand.h"
 #include "InkwellApi.h"
 #include "KXServerApi.h"
@@ -16,15 +17,6 @@
 namespace kxapi {
 
 namespace {
-
-bool ReadWhole(const std::string& path, std::string& data) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) return false;
-    std::ostringstream text;
-    text << in.rdbuf();
-    data = text.str();
-    return true;
-}
 
 // A certificate or CSR file as the servers want it: Base64 of the DER on one
 // line. PEM loses its armour, DER is encoded, Base64 text is kept.
@@ -63,7 +55,7 @@ bool ReadBase64Arg(const Args& args, const std::string& option, const std::strin
         status = UsageError(command, "give --" + option + " FILE");
         return false;
     }
-    if (!ReadWhole(path, data) || (value = FileAsBase64(data)).empty()) {
+    if (!kxpki::ReadFile(path, data) || (value = FileAsBase64(data)).empty()) {
         status = UsageError(command, "cannot read " + path);
         return false;
     }

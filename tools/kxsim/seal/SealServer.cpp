@@ -201,6 +201,21 @@ Session* CheckSession(const Json::Value& body, httplib::Response& res, bool with
     return &it->second;
 }
 
+// The print count a request of a logged-in session names; null, with the
+// refusal written, otherwise. The caller holds the simulator's mutex.
+PrintCount* FindPrintCount(const Json::Value& body, httplib::Response& res) {
+    if (State().sessions.count(kxjson::String(body, "token")) == 0) {
+        Reply(res, kBadToken, "token is not valid");
+        return nullptr;
+    }
+    auto it = State().printCounts.find(kxjson::String(body, "printId"));
+    if (it == State().printCounts.end()) {
+        Reply(res, kNoPrintId, "no such print id");
+        return nullptr;
+    }
+    return &it->second;
+}
+
 bool ReadBody(const httplib::Request& req, httplib::Response& res, Json::Value& body) {
     if (kxjson::Parse(req.body, body) && body.isObject()) return true;
     Reply(res, kBadRequest, "request body is no JSON object");
@@ -394,18 +409,11 @@ void InstallPrintCounts(Sim& sim) {
         Json::Value body;
         if (!ReadBody(req, res, body)) return;
         std::lock_guard<std::mutex> lock(sim.mutex());
-        if (State().sessions.count(kxjson::String(body, "token")) == 0) {
-            Reply(res, kBadToken, "token is not valid");
-            return;
-        }
-        auto it = State().printCounts.find(kxjson::String(body, "printId"));
-        if (it == State().printCounts.end()) {
-            Reply(res, kNoPrintId, "no such print id");
-            return;
-        }
+        PrintCount* count = FindPrintCount(body, res);
+        if (count == nullptr) return;
         Json::Value payload;
-        payload["printCount"] = it->second.remain;
-        payload["printTotalCount"] = it->second.total;
+        payload["printCount"] = count->remain;
+        payload["printTotalCount"] = count->total;
         Reply(res, 0, "success", payload);
     });
 
@@ -413,22 +421,15 @@ void InstallPrintCounts(Sim& sim) {
         Json::Value body;
         if (!ReadBody(req, res, body)) return;
         std::lock_guard<std::mutex> lock(sim.mutex());
-        if (State().sessions.count(kxjson::String(body, "token")) == 0) {
-            Reply(res, kBadToken, "token is not valid");
-            return;
-        }
-        auto it = State().printCounts.find(kxjson::String(body, "printId"));
-        if (it == State().printCounts.end()) {
-            Reply(res, kNoPrintId, "no such print id");
-            return;
-        }
+        PrintCount* count = FindPrintCount(body, res);
+        if (count == nullptr) return;
         int remain = -1;
         if (!kxjson::Int(kxjson::Member(body, "printCount"), remain) || remain < 0 ||
-            remain > it->second.total) {
+            remain > count->total) {
             Reply(res, kBadPrintCount, "printCount must lie between 0 and the total");
             return;
         }
-        it->second.remain = remain;
+        count->remain = remain;
         Reply(res, 0, "success");
     });
 
@@ -438,7 +439,6 @@ void InstallPrintCounts(Sim& sim) {
         std::thread([&server]() { server.listen_after_bind(); }).detach();
     }
 }
-
 }  // namespace
 
 void InstallSealServer(Sim& sim) {
