@@ -4,36 +4,12 @@
 
 #include <climits>
 
-#include "KXReplyParsers.h"
 #include "KXUtils.h"
-#include "frame/UrlTemplate.h"
+#include "frame/SignedCall.h"
 
 namespace {
 
 const char kSource[] = "ECertExpand";
-
-// A template must hold exactly the conversions its values fill ("%s" for
-// text, "%d" for a number), so that a changed template cannot read past the
-// arguments. "%d" becomes "%ld": identifiers are long and must not be cut.
-bool PrepareTemplate(const std::string& tmpl, const char* expected, std::string& format) {
-    format.clear();
-    for (size_t i = 0; i < tmpl.size(); ++i) {
-        format += tmpl[i];
-        if (tmpl[i] != '%') continue;
-        if (i + 1 >= tmpl.size()) return false;
-        const char conv = tmpl[++i];
-        if (conv == '%') {
-            format += conv;
-        } else if ((conv == 's' || conv == 'd') && *expected == conv) {
-            if (conv == 'd') format += 'l';
-            format += conv;
-            ++expected;
-        } else {
-            return false;
-        }
-    }
-    return *expected == '\0';
-}
 
 // Text of a member that is a string; empty for anything else.
 std::string TextOf(const Json::Value& data, const char* key) {
@@ -65,121 +41,64 @@ CECertExpand& CECertExpand::operator=(const CECertExpand& other) = default;
 CECertExpand::~CECertExpand() = default;
 
 long CECertExpand::CheckServiceRequest(const std::string& strId, bool& expired) {
-    const char* function = "CECertExpand::CheckServiceRequest";
-    try {
-        std::string format, url;
-        if (!PrepareTemplate(strServiceTimeUrl, "ss", format))
-            return Exit(function, KX_ERR_INVALID_VALUE);
-        long lRes = KXFormatUrl(url, format.c_str(), m_stInitInfo.ServerIp.c_str(), strId.c_str());
-        if (lRes != KX_OK) return Exit(function, lRes);
-        const std::string head = CIWKHttp::GetSignatureHead(
-            HTTP_FUNC_GET, url, m_stInitInfo.ServerIp, m_stInitInfo.ProjectID,
-            m_stInitInfo.ProjectSecret, std::vector<std::string>(), "application/json");
-        KXReqResult result;
-        CIWKHttp::Get(url, "", head, &result, HTTP_REQ_PLAIN, nullptr);
-        Json::Value data;
-        lRes = ParseCodeEnvelope(result, data);
-        if (lRes == KX_OK) {
-            bool value = false;
-            kxjson::Bool(kxjson::Member(data, "expired"), value);
-            expired = value;
-        }
-        return Exit(function, lRes);
-    } catch (...) {
-        return Exit(function, KX_ERR_INVALID_VALUE);
-    }
+    // The expansion client does not test its record: an empty host fails at the transport.
+    KXSignedCall call(m_stInitInfo, false);
+    call.Run([&] {
+        if (!call.Url(strServiceTimeUrl, strId) || !call.Get()) return;
+        bool value = false;
+        kxjson::Bool(kxjson::Member(call.data, "expired"), value);
+        expired = value;
+    });
+    return Exit("CECertExpand::CheckServiceRequest", call.lRes);
 }
 
 long CECertExpand::SendExpandRequest(const std::string& ukeyNum, const std::string& csr,
                                      long& certOptId, long& logId) {
-    const char* function = "CECertExpand::SendExpandRequest";
-    try {
-        std::string format, url;
-        if (!PrepareTemplate(strDoubleCertRequestUrl, "s", format))
-            return Exit(function, KX_ERR_INVALID_VALUE);
-        long lRes = KXFormatUrl(url, format.c_str(), m_stInitInfo.ServerIp.c_str());
-        if (lRes != KX_OK) return Exit(function, lRes);
-        const std::string head = CIWKHttp::GetSignatureHead(
-            HTTP_FUNC_POST, url, m_stInitInfo.ServerIp, m_stInitInfo.ProjectID,
-            m_stInitInfo.ProjectSecret, std::vector<std::string>(), "application/json");
+    KXSignedCall call(m_stInitInfo, false);
+    call.Run([&] {
+        if (!call.Url(strDoubleCertRequestUrl)) return;
         Json::Value root(Json::objectValue);
         root["csr"] = csr;
         root["ukeyNum"] = ukeyNum;
-        KXReqResult result;
-        CIWKHttp::Post(url, kxjson::Write(root), head, &result, HTTP_CONTENT_JSON, HTTP_REQ_PLAIN,
-                       nullptr, nullptr, nullptr);
-        Json::Value data;
-        lRes = ParseCodeEnvelope(result, data);
-        if (lRes == KX_OK) {
-            certOptId = IdOf(data, "certOptId");
-            logId = IdOf(data, "logId");
-        }
-        return Exit(function, lRes);
-    } catch (...) {
-        return Exit(function, KX_ERR_INVALID_VALUE);
-    }
+        if (!call.Post(root)) return;
+        certOptId = IdOf(call.data, "certOptId");
+        logId = IdOf(call.data, "logId");
+    });
+    return Exit("CECertExpand::SendExpandRequest", call.lRes);
 }
 
 long CECertExpand::GetDoubleCertRequest(long certOptId, std::string& encCert, std::string& signCert,
                                         std::string& sn, std::string& authCode, int& status) {
-    const char* function = "CECertExpand::GetDoubleCertRequest";
-    try {
-        std::string format, url;
-        if (!PrepareTemplate(strDoubleCertInfoUrl, "sd", format))
-            return Exit(function, KX_ERR_INVALID_VALUE);
-        long lRes = KXFormatUrl(url, format.c_str(), m_stInitInfo.ServerIp.c_str(), certOptId);
-        if (lRes != KX_OK) return Exit(function, lRes);
-        const std::string head = CIWKHttp::GetSignatureHead(
-            HTTP_FUNC_GET, url, m_stInitInfo.ServerIp, m_stInitInfo.ProjectID,
-            m_stInitInfo.ProjectSecret, std::vector<std::string>(), "application/json");
-        KXReqResult result;
-        CIWKHttp::Get(url, "", head, &result, HTTP_REQ_PLAIN, nullptr);
-        Json::Value data;
-        lRes = ParseCodeEnvelope(result, data);
-        if (lRes == KX_OK) {
-            std::string enc = TextOf(data, "encCert");
-            std::string sign = TextOf(data, "signCert");
-            std::string serial = TextOf(data, "sn");
-            std::string code = TextOf(data, "authCode");
-            int value = -1;
-            if (!kxjson::Int(kxjson::Member(data, "status"), value)) value = -1;
-            encCert.swap(enc);
-            signCert.swap(sign);
-            sn.swap(serial);
-            authCode.swap(code);
-            status = value;
-        }
-        return Exit(function, lRes);
-    } catch (...) {
-        return Exit(function, KX_ERR_INVALID_VALUE);
-    }
+    KXSignedCall call(m_stInitInfo, false);
+    call.Run([&] {
+        if (!call.Url(strDoubleCertInfoUrl, certOptId) || !call.Get()) return;
+        std::string enc = TextOf(call.data, "encCert");
+        std::string sign = TextOf(call.data, "signCert");
+        std::string serial = TextOf(call.data, "sn");
+        std::string code = TextOf(call.data, "authCode");
+        int value = -1;
+        if (!kxjson::Int(kxjson::Member(call.data, "status"), value)) value = -1;
+        encCert.swap(enc);
+        signCert.swap(sign);
+        sn.swap(serial);
+        authCode.swap(code);
+        status = value;
+    });
+    return Exit("CECertExpand::GetDoubleCertRequest", call.lRes);
 }
 
 long CECertExpand::UploadFinish(long certOptId, long logId, const std::string& encryptCert,
                                 const std::string& signCert, const std::string& ukeyNum) {
-    const char* function = "CECertExpand::UploadFinish";
-    try {
-        std::string format, url;
-        if (!PrepareTemplate(strFinishCertUrl, "s", format))
-            return Exit(function, KX_ERR_INVALID_VALUE);
-        long lRes = KXFormatUrl(url, format.c_str(), m_stInitInfo.ServerIp.c_str());
-        if (lRes != KX_OK) return Exit(function, lRes);
-        const std::string head = CIWKHttp::GetSignatureHead(
-            HTTP_FUNC_POST, url, m_stInitInfo.ServerIp, m_stInitInfo.ProjectID,
-            m_stInitInfo.ProjectSecret, std::vector<std::string>(), "application/json");
+    KXSignedCall call(m_stInitInfo, false);
+    call.Run([&] {
+        if (!call.Url(strFinishCertUrl)) return;
         Json::Value root(Json::objectValue);
         root["certOptId"] = static_cast<Json::Int64>(certOptId);
         root["logId"] = static_cast<Json::Int64>(logId);
         root["encryptCert"] = encryptCert;
         root["signCert"] = signCert;
         root["ukeyNum"] = ukeyNum;
-        KXReqResult result;
-        CIWKHttp::Post(url, kxjson::Write(root), head, &result, HTTP_CONTENT_JSON, HTTP_REQ_PLAIN,
-                       nullptr, nullptr, nullptr);
-        Json::Value data;
-        lRes = ParseCodeEnvelope(result, data);
-        return Exit(function, lRes);
-    } catch (...) {
-        return Exit(function, KX_ERR_INVALID_VALUE);
-    }
+        call.Post(root);
+    });
+    return Exit("CECertExpand::UploadFinish", call.lRes);
 }

@@ -32,7 +32,8 @@ public:
     long lReserved1 = 0;
     long lReserved2 = 0;
     // URL templates; the host is ServerIp alone (Port plays no part). A
-    // template whose conversions differ from the defaults' is refused (10001).
+    // template whose conversions differ from the defaults' is refused (10001);
+    // certOptId fills %d or %ld as a long.
     std::string strServiceTimeUrl;        // host, strId
     std::string strDoubleCertRequestUrl;  // host
     std::string strDoubleCertInfoUrl;     // host, certOptId
