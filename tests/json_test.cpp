@@ -2,6 +2,8 @@
 // keep non-ASCII bytes raw, and the readers must never throw.
 #include <gtest/gtest.h>
 
+#include <functional>
+#include <random>
 #include <string>
 
 #include "KXUtils.h"
@@ -47,6 +49,53 @@ TEST(CompactWriter, MatchesFastWriterOnAsciiDocuments) {
     keys["a"] = 2;
     keys["B"] = 3;
     EXPECT_EQ("{\"B\":3,\"a\":2,\"b\":1}\n", kxjson::Write(keys));
+}
+
+// Random documents with every byte value in strings and keys: the writer must
+// agree with jsoncpp's own writer in raw-UTF-8 mode, and with FastWriter
+// wherever the text is ASCII.
+TEST(CompactWriter, AgreesWithJsoncppOnRandomDocuments) {
+    std::mt19937 random(7);
+    auto text = [&](bool ascii) {
+        std::string s(random() % 12, ' ');
+        for (char& c : s) c = static_cast<char>(ascii ? random() % 128 : random() % 256);
+        return s;
+    };
+    std::function<Json::Value(int, bool)> make = [&](int depth, bool ascii) -> Json::Value {
+        switch (depth > 3 ? random() % 6 : random() % 8) {
+            case 0:
+                return Json::Value();
+            case 1:
+                return Json::Value(
+                    static_cast<Json::Int64>(static_cast<Json::Int64>(random()) - (1LL << 31)));
+            case 2:
+                return Json::Value(static_cast<double>(random()) / 7.0);
+            case 3:
+                return Json::Value(random() % 2 == 0);
+            case 4:
+            case 5:
+                return Json::Value(text(ascii));
+            case 6: {
+                Json::Value a(Json::arrayValue);
+                for (int i = random() % 4; i > 0; --i) a.append(make(depth + 1, ascii));
+                return a;
+            }
+            default: {
+                Json::Value o(Json::objectValue);
+                for (int i = random() % 4; i > 0; --i) o[text(ascii)] = make(depth + 1, ascii);
+                return o;
+            }
+        }
+    };
+    Json::StreamWriterBuilder raw;
+    raw["indentation"] = "";
+    raw["emitUTF8"] = true;
+    for (int i = 0; i < 300; ++i) {
+        const Json::Value any = make(0, false);
+        EXPECT_EQ(Json::writeString(raw, any) + "\n", kxjson::Write(any));
+        const Json::Value ascii = make(0, true);
+        EXPECT_EQ(Fast(ascii), kxjson::Write(ascii));
+    }
 }
 
 TEST(CompactWriter, KeepsGbkAndUtf8BytesRaw) {

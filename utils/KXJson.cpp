@@ -1,8 +1,6 @@
 // JSON helpers that never throw, and the one compact writer of request bodies.
 #include <climits>
 #include <cstring>
-#include <memory>
-#include <sstream>
 
 #include "KXUtils.h"
 
@@ -13,16 +11,103 @@ const Json::Value& NullValue() {
     return kNull;
 }
 
-// Same layout as Json::FastWriter; emitUTF8 keeps bytes >= 0x80 as they are,
-// so GBK text reaches the server unchanged.
-std::unique_ptr<Json::StreamWriter> NewCompactWriter() {
-    Json::StreamWriterBuilder builder;
-    builder["indentation"] = "";
-    builder["commentStyle"] = "None";
-    builder["emitUTF8"] = true;
-    builder["enableYAMLCompatibility"] = false;
-    builder["dropNullPlaceholders"] = false;
-    return std::unique_ptr<Json::StreamWriter>(builder.newStreamWriter());
+// A string as Json::FastWriter quotes it, except that bytes of 0x80 and above
+// pass unchanged (FastWriter would turn them into \u escapes).
+void AppendQuoted(std::string& out, const char* text, size_t length) {
+    static const char kHex[] = "0123456789abcdef";
+    out += '"';
+    for (size_t i = 0; i < length; ++i) {
+        const unsigned char c = static_cast<unsigned char>(text[i]);
+        switch (c) {
+            case '"':
+                out += "\\\"";
+                break;
+            case '\\':
+                out += "\\\\";
+                break;
+            case '\b':
+                out += "\\b";
+                break;
+            case '\f':
+                out += "\\f";
+                break;
+            case '\n':
+                out += "\\n";
+                break;
+            case '\r':
+                out += "\\r";
+                break;
+            case '\t':
+                out += "\\t";
+                break;
+            default:
+                if (c < 0x20) {
+                    out += "\\u00";
+                    out += kHex[c >> 4];
+                    out += kHex[c & 0x0f];
+                } else {
+                    out += static_cast<char>(c);
+                }
+        }
+    }
+    out += '"';
+}
+
+// FastWriter's layout: no blanks, object members in jsoncpp's (sorted) order,
+// numbers through jsoncpp's own formatting.
+void AppendValue(std::string& out, const Json::Value& value) {
+    switch (value.type()) {
+        case Json::nullValue:
+            out += "null";
+            break;
+        case Json::intValue:
+            out += Json::valueToString(value.asLargestInt());
+            break;
+        case Json::uintValue:
+            out += Json::valueToString(value.asLargestUInt());
+            break;
+        case Json::realValue:
+            out += Json::valueToString(value.asDouble());
+            break;
+        case Json::booleanValue:
+            out += value.asBool() ? "true" : "false";
+            break;
+        case Json::stringValue: {
+            const char* begin = nullptr;
+            const char* end = nullptr;
+            if (value.getString(&begin, &end)) {
+                AppendQuoted(out, begin, static_cast<size_t>(end - begin));
+            } else {
+                out += "\"\"";
+            }
+            break;
+        }
+        case Json::arrayValue: {
+            out += '[';
+            const Json::ArrayIndex size = value.size();
+            for (Json::ArrayIndex i = 0; i < size; ++i) {
+                if (i > 0) out += ',';
+                AppendValue(out, value[i]);
+            }
+            out += ']';
+            break;
+        }
+        case Json::objectValue: {
+            out += '{';
+            bool first = true;
+            for (auto it = value.begin(); it != value.end(); ++it) {
+                if (!first) out += ',';
+                first = false;
+                const char* end = nullptr;
+                const char* name = it.memberName(&end);
+                AppendQuoted(out, name, static_cast<size_t>(end - name));
+                out += ':';
+                AppendValue(out, *it);
+            }
+            out += '}';
+            break;
+        }
+    }
 }
 
 }  // namespace
@@ -43,11 +128,10 @@ bool Parse(const std::string& text, Json::Value& root) {
 
 std::string Write(const Json::Value& value) {
     try {
-        thread_local std::unique_ptr<Json::StreamWriter> writer = NewCompactWriter();
-        std::ostringstream out;
-        writer->write(value, &out);
-        out << '\n';
-        return out.str();
+        std::string out;
+        AppendValue(out, value);
+        out += '\n';
+        return out;
     } catch (...) {
         return std::string();
     }
