@@ -114,9 +114,9 @@ long CCorvaneApi::SignTask(std::string strWitnessFlowId, std::string strRealAcco
     KX_LOG(KX_LOG_TRACE, kCorvaneSource, kFn,
            "strRealAccountId\xA3\xBA"
            "%s,strThirdDocId:%s,strDocHash:%s\xA3\xAC"
-           "strSignTicket:%s,signType:%d",
+           "strSignTicket:%s,signType:%ld",
            strRealAccountId.c_str(), strThirdDocId.c_str(), strDocHash.c_str(),
-           strSignTicket.c_str(), static_cast<int>(signType));
+           strSignTicket.c_str(), signType);
     KXSignedCall call(m_stInitInfo);
     call.Run([&] {
         if (!call.Url(strWitnessSignUrl, strWitnessFlowId)) return;

@@ -322,7 +322,7 @@ TEST_F(CorvaneOpsTest, SigningUnderAWitnessFlow) {
 
     // Only PKCS #1 is accepted: anything else ends before a head or a request.
     const size_t before = server.requestCount();
-    for (long type : {0L, 1L, 0x10001L, -65536L}) {
+    for (long type : {0L, 1L, 0x10001L, -65536L, 0x100010000L}) {
         EXPECT_EQ(10001, api.SignTask("wf-1", "acc-1", "doc-1", "H=", "TK-1", type, task, qr));
     }
     EXPECT_EQ(before, server.requestCount());
@@ -363,6 +363,7 @@ TEST_F(CorvaneOpsTest, SigningUnderAWitnessFlow) {
         {"<\"strRealAccountId\xA3\xBA"
          "acc-1,strThirdDocId:doc-1,strDocHash:H=\">",
          "- CCorvaneApi::SignTask> <\"lRes:10001, reqRes.errCode:0",
+         "strSignTicket:TK-1,signType:4295032832\">",
          "<\"strRealAccountId\xA3\xBA"
          "acc-1,strThirdDocId:doc-1,strDocHash:H=\xA3\xAC"
          "strSignTicket:TK-1,signType:65536\">",
