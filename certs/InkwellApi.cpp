@@ -72,7 +72,8 @@ long CInkwellApi::MakeCert(const std::string& certCsrB64, const std::string& cer
         Json::Value root;
         if (CheckInitInfo(m_stInitInfo) != KX_OK) {
             lRes = KX_ERR_NOT_INITIALISED;
-        } else if (!kxjson::Parse(certApplyInfo, root) || !root.isObject()) {
+        } else if (!kxjson::Parse(certApplyInfo, root) || !(root.isObject() || root.isNull())) {
+            // "null" is an empty application; any other non-object cannot take "csr".
             lRes = KX_ERR_INVALID_VALUE;
         } else {
             root["csr"] = certCsrB64;

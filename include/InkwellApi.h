@@ -40,9 +40,9 @@ public:
     ~CInkwellApi();
 
     // certApplyInfo: the application as a JSON object; "csr" is added or
-    // replaced. 10009 without a successful Init, 10001 when certApplyInfo is
-    // no JSON object; else resData.errCode. The fields of resData are written
-    // only on 0.
+    // replaced ("null" stands for an empty object). 10009 without a
+    // successful Init, 10001 when certApplyInfo is no JSON object; else
+    // resData.errCode. The fields of resData are written only on 0.
     long MakeCert(const std::string& certCsrB64, const std::string& certApplyInfo,
                   MakeCertData& resData);
     // Reports one try on a UKey; remainingTime written only on 0. Runs the

@@ -47,7 +47,7 @@ protected:
     // The code of one call that gets this reply.
     long make(const std::string& reply, int status = 200) {
         server.queueReply(Reply(status, reply));
-        return client.MakeCert("C", "{}", data);
+        return client.MakeCert("C", "null", data);
     }
     long report(const std::string& reply, int status = 200) {
         server.queueReply(Reply(status, reply));
@@ -129,6 +129,7 @@ TEST_F(InkwellApiTest, MakeCertRequestAndFields) {
 
     // Failures leave the fields alone.
     ASSERT_EQ(0, make(kFullReply));
+    EXPECT_EQ("{\"csr\":\"C\"}\n", server.lastRequest().body);  // "null": an empty application
     EXPECT_EQ(31020, make(R"({"errCode":31020,"msg":"csr refused","data":{"certId_openca":1}})"));
     EXPECT_EQ(31020, data.errCode);
     EXPECT_EQ("31020 csr refused", LastError());
