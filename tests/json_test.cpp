@@ -15,40 +15,22 @@ std::string Fast(const Json::Value& v) {
     return writer.write(v);
 }
 
-Json::Value Sample() {
-    Json::Value v;
-    v["zeta"] = 1;
-    v["alpha"] = "a\"b\\c\n\t/\x01";
-    v["mid"]["n"] = Json::Value();
-    v["mid"]["list"].append(-5);
-    v["mid"]["list"].append(3.25);
-    v["mid"]["list"].append(1e300);
-    v["mid"]["list"].append(true);
-    v["mid"]["list"].append(Json::Value(Json::objectValue));
-    v["mid"]["list"].append(Json::Value(Json::arrayValue));
-    v["big"] = Json::UInt64(18446744073709551615ULL);
-    v["neg"] = Json::Int64(-9223372036854775807LL - 1);
-    v["real"] = 2.0;
-    return v;
-}
-
 }  // namespace
 
-TEST(CompactWriter, MatchesFastWriterOnAsciiDocuments) {
-    const Json::Value samples[] = {Sample(),
-                                   Json::Value(),
-                                   Json::Value("x"),
-                                   Json::Value(0),
-                                   Json::Value(Json::objectValue),
-                                   Json::Value(Json::arrayValue)};
-    for (const auto& v : samples) EXPECT_EQ(Fast(v), kxjson::Write(v));
-    EXPECT_EQ("null\n", kxjson::Write(Json::Value()));
+TEST(CompactWriter, MatchesFastWriterOnEdgeNumbersAndKeyOrder) {
+    Json::Value v;
+    v["b"] = Json::UInt64(18446744073709551615ULL);
+    v["a"] = Json::Int64(-9223372036854775807LL - 1);
+    v["B"].append(1e300);
+    v["B"].append(2.0);
+    v["B"].append(Json::Value(Json::objectValue));
+    EXPECT_EQ(Fast(v), kxjson::Write(v));
     // Keys come out in jsoncpp's sorted order whatever the order of insertion.
-    Json::Value keys;
-    keys["b"] = 1;
-    keys["a"] = 2;
-    keys["B"] = 3;
-    EXPECT_EQ("{\"B\":3,\"a\":2,\"b\":1}\n", kxjson::Write(keys));
+    const std::string text = kxjson::Write(v);
+    EXPECT_EQ(0u, text.find("{\"B\":[1")) << text;
+    EXPECT_NE(std::string::npos, text.find(",2.0,{}],\"a\":-9223372036854775808,\"b\":1844"))
+        << text;
+    EXPECT_EQ("null\n", kxjson::Write(Json::Value()));
 }
 
 // Random documents with every byte value in strings and keys: the writer must
