@@ -1,7 +1,6 @@
 // Commands of the certificate services: check, expand, apply, UKey tries.
 #include <chrono>
 #include <cstdlib>
-#include <fstream>
 #include <iostream>
 #include <sstream>
 #include <thread>
@@ -38,12 +37,7 @@ std::string FileAsBase64(const std::string& data) {
 }
 
 bool WritePem(const std::string& path, const std::string& base64) {
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    if (!out) return false;
-    out << "-----BEGIN CERTIFICATE-----\n";
-    for (size_t i = 0; i < base64.size(); i += 64) out << base64.substr(i, 64) << "\n";
-    out << "-----END CERTIFICATE-----\n";
-    return static_cast<bool>(out);
+    return kxpki::WriteFile(path, kxpki::CertPemFromBase64(base64));
 }
 
 // Reads a Base64 file argument; a usage error when it cannot be read or is empty.

@@ -6,13 +6,12 @@
 
 #include <chrono>
 #include <cstdlib>
-#include <fstream>
 #include <functional>
 #include <iostream>
-#include <iterator>
 #include <thread>
 
 #include "Commands.h"
+#include "KXPki.h"
 #include "CorvaneApi.h"
 #include "KXServerApi.h"
 #include "KXUtils.h"
@@ -75,13 +74,6 @@ bool PollUntil(const PollLimits& limits, const std::function<int()>& step, int& 
     }
     std::cerr << (outcome > 0 ? " confirmed\n" : " failed\n");
     return true;
-}
-
-std::string Sha256(const std::string& data) {
-    unsigned char digest[EVP_MAX_MD_SIZE];
-    unsigned int length = 0;
-    EVP_Digest(data.data(), data.size(), digest, &length, EVP_sha256(), nullptr);
-    return std::string(reinterpret_cast<char*>(digest), length);
 }
 
 // Checks a PKCS #1 v1.5 signature over a SHA-256 digest with the
@@ -217,14 +209,12 @@ int CmdPlatformSign(const Args& args) {
     PollLimits limits;
     int status = 0;
     if (!ReadLimits(args, command, limits, status)) return status;
-    std::ifstream file(path, std::ios::binary);
-    if (!file) {
+    std::string content;
+    if (!kxpki::ReadFile(path, content)) {
         std::cerr << "kxapi: cannot read " << path << "\n";
         return 1;
     }
-    const std::string content((std::istreambuf_iterator<char>(file)),
-                              std::istreambuf_iterator<char>());
-    const std::string digest = Sha256(content);
+    const std::string digest = kxpki::Sha256(content);
     const std::string hash = IWK_Base64Encode(digest);
     const std::string docId = args.get("doc-id", BaseName(path));
     const std::string algorithm = "SHA256";

@@ -1,15 +1,13 @@
 // Commands of the seal open API: the road of one hash, the seal list and the
 // print counts, each in one session (Init, Login, ..., Logout).
-#include <openssl/evp.h>
 
 #include <climits>
 #include <cstdlib>
 #include <ctime>
-#include <fstream>
 #include <iostream>
-#include <iterator>
 
 #include "Commands.h"
+#include "KXPki.h"
 #include "KXSealOpenApi.h"
 #include "KXServerApi.h"
 #include "KXUtils.h"
@@ -27,25 +25,6 @@ bool ParseInt(const std::string& text, int& value) {
     if (*end != '\0' || v < INT_MIN || v > INT_MAX) return false;
     value = static_cast<int>(v);
     return true;
-}
-
-std::string Sha256(const std::string& data) {
-    unsigned char md[EVP_MAX_MD_SIZE];
-    unsigned int length = 0;
-    if (EVP_Digest(data.data(), data.size(), md, &length, EVP_sha256(), nullptr) != 1) return "";
-    return std::string(reinterpret_cast<char*>(md), length);
-}
-
-std::string Pem(const std::string& derB64) {
-    std::string pem = "-----BEGIN CERTIFICATE-----\n";
-    for (size_t i = 0; i < derB64.size(); i += 64) pem += derB64.substr(i, 64) + "\n";
-    return pem + "-----END CERTIFICATE-----\n";
-}
-
-bool WriteFile(const std::string& path, const std::string& data) {
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out << data;
-    return static_cast<bool>(out);
 }
 
 // Prints one step of a session on stderr, so that stdout stays one JSON document.
@@ -113,11 +92,11 @@ int CmdSealSign(const Args& args) {
     std::string hashB64 = args.get("hash");
     std::string docName = "hash";
     if (hasFile) {
-        std::ifstream in(args.get("file"), std::ios::binary);
-        if (!in) return UsageError(command, "cannot read " + args.get("file"));
-        const std::string content((std::istreambuf_iterator<char>(in)),
-                                  std::istreambuf_iterator<char>());
-        hashB64 = IWK_Base64Encode(Sha256(content));
+        std::string content;
+        if (!kxpki::ReadFile(args.get("file"), content)) {
+            return UsageError(command, "cannot read " + args.get("file"));
+        }
+        hashB64 = IWK_Base64Encode(kxpki::Sha256(content));
         docName = IWK_GetBaseName(args.get("file").c_str());
     }
 
@@ -158,11 +137,13 @@ int CmdSealSign(const Args& args) {
 
     // The certificate of the list, else the one inside the seal document.
     const std::string certB64 = seal.certB64.empty() ? seal.cert : seal.certB64;
-    if (args.has("cert-out") && !WriteFile(args.get("cert-out"), Pem(certB64))) {
+    if (args.has("cert-out") &&
+        !kxpki::WriteFile(args.get("cert-out"), kxpki::CertPemFromBase64(certB64))) {
         std::cerr << "kxapi: cannot write " << args.get("cert-out") << "\n";
         return 1;
     }
-    if (args.has("sig-out") && !WriteFile(args.get("sig-out"), IWK_Base64Decode(signature))) {
+    if (args.has("sig-out") &&
+        !kxpki::WriteFile(args.get("sig-out"), IWK_Base64Decode(signature))) {
         std::cerr << "kxapi: cannot write " << args.get("sig-out") << "\n";
         return 1;
     }

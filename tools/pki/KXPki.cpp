@@ -173,6 +173,19 @@ bool ReadFile(const std::string& path, std::string& data) {
     return true;
 }
 
+std::string CertPemFromBase64(const std::string& derB64) {
+    std::string pem = "-----BEGIN CERTIFICATE-----\n";
+    for (size_t i = 0; i < derB64.size(); i += 64) pem += derB64.substr(i, 64) + "\n";
+    return pem + "-----END CERTIFICATE-----\n";
+}
+
+std::string Sha256(const std::string& data) {
+    unsigned char md[EVP_MAX_MD_SIZE];
+    unsigned int length = 0;
+    if (EVP_Digest(data.data(), data.size(), md, &length, EVP_sha256(), nullptr) != 1) return "";
+    return std::string(reinterpret_cast<char*>(md), length);
+}
+
 bool Authority::Load(const std::string& dir, const std::string& name) {
     caFile_ = dir + "/ca.pem";
     certFile_ = dir + "/server.pem";

@@ -49,6 +49,10 @@ Cert CertFromPem(const std::string& pem);
 
 bool WriteFile(const std::string& path, const std::string& data, int mode = 0644);
 bool ReadFile(const std::string& path, std::string& data);
+// PEM text of a certificate given as Base64 of its DER, lines of 64.
+std::string CertPemFromBase64(const std::string& derB64);
+// Raw SHA-256 digest of data; empty on failure.
+std::string Sha256(const std::string& data);
 
 // A CA with one server certificate for localhost / 127.0.0.1, kept as PEM files
 // in a directory: ca.pem, ca.key, server.pem, server.key. Load() reuses files
