@@ -184,4 +184,7 @@ enum KXResultCode : long {
     // A URL that would not fit its template's 1023-byte limit; refused before
     // anything is sent, never cut.
     KX_ERR_URL_TOO_LONG = 10110,
+    // A URL holding a byte that cannot go on the wire as given ('#', a blank,
+    // a control character); refused before anything is sent, never changed.
+    KX_ERR_URL_BAD_CHAR = 10111,
 };

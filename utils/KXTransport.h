@@ -1,0 +1,47 @@
+// The seam under CIWKHttp: one exchange of bytes with a server. CIWKHttp
+// checks the URL, builds the header lines and reads the outcome into a
+// KXReqResult; a transport only carries the request and brings back what
+// came. libcurl is the one in use; tests install a fake that records the
+// requests and answers canned replies or faults.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "KXCommonType.h"
+
+struct KXUTILS_API KXWireRequest {
+    std::string method;                // "GET", "POST" or "PUT"
+    std::string url;                   // complete, already checked; sent as it is
+    std::vector<std::string> headers;  // header lines in the order they go out
+    std::string body;                  // empty for GET
+    bool verifyTls = true;             // settings of [KXUtils] for this request
+    std::string caFile;
+    long connectTimeoutMs = 0;
+    long timeoutMs = 0;
+    bool proxySet = false;
+    std::string proxy;
+    long long maxReplyBytes = 0;
+};
+
+struct KXUTILS_API KXWireReply {
+    // 0 when a reply arrived, else one KX_ERR_HTTP_* code with the
+    // transport's own words in detail.
+    int code = 0;
+    std::string detail;
+    long status = 0;         // HTTP status of the final reply
+    std::string statusLine;  // "HTTP/1.1 200 OK", as it came
+    std::string body;
+};
+
+class KXUTILS_API IKXTransport {
+public:
+    virtual ~IKXTransport();
+    // Runs one exchange; never throws.
+    virtual void Exchange(const KXWireRequest& request, KXWireReply& reply) = 0;
+};
+
+// Installs a transport (not owned) for the whole process and returns the one
+// it replaces; null puts libcurl back. Meant for tests: not safe while
+// requests are running.
+KXUTILS_API IKXTransport* IWK_SetTransport(IKXTransport* transport);
