@@ -1,12 +1,8 @@
 // Certificate check at the cloud platform (XML) or at the agent (JSON).
 #include "CloudCheckCert.h"
 
-#include <tinyxml2.h>
-
-#include <cstdlib>
-
-#include "KXReplyParsers.h"
 #include "KXUtils.h"
+#include "frame/KXCall.h"
 
 namespace {
 
@@ -21,22 +17,6 @@ std::string CheckPath(const char* key, const char* fallback) {
     return value;
 }
 
-// <result><retcode>N</retcode></result>: 0 passes, any other number refuses.
-long ParseCheckCertRes(const std::string& text) {
-    tinyxml2::XMLDocument doc(true, tinyxml2::PRESERVE_WHITESPACE);
-    doc.Parse(text.c_str(), text.size());
-    const tinyxml2::XMLElement* result = doc.FirstChildElement("result");
-    const tinyxml2::XMLElement* retcode =
-        result != nullptr ? result->FirstChildElement("retcode") : nullptr;
-    const char* value = retcode != nullptr ? retcode->GetText() : nullptr;
-    if (value == nullptr || *value == '\0') return KX_ERR_REPLY_UNPARSABLE;
-    const long number = std::atol(value);
-    if (number == 0) return KX_OK;
-    // The platform's own number is its matter; the caller learns only the refusal.
-    KX_LOG(KX_LOG_TRACE, kSource, "ParseCheckCertRes", "lRes:%ld", number);
-    return KX_ERR_CERT_REFUSED;
-}
-
 }  // namespace
 
 CCloudCheckCert::CCloudCheckCert() = default;
@@ -45,61 +25,39 @@ CCloudCheckCert& CCloudCheckCert::operator=(const CCloudCheckCert& other) = defa
 CCloudCheckCert::~CCloudCheckCert() = default;
 
 long CCloudCheckCert::CheckCert(const std::string& cert) {
-    long lRes = KX_OK;
-    try {
-        if (CheckInitInfo(m_stInitInfo) != KX_OK) {
-            lRes = KX_ERR_CHECK_NOT_INITIALISED;
-        } else if (m_stInitInfo.SerType == 4) {
-            lRes = CheckCertByAgentIntegrate(cert);
-        } else {
-            lRes = CheckCertByCloudPlatform(cert);
-        }
-    } catch (...) {
-        lRes = KX_ERR_INVALID_VALUE;
-    }
+    const long lRes = KXGuard([&]() -> long {
+        if (CheckInitInfo(m_stInitInfo) != KX_OK) return KX_ERR_CHECK_NOT_INITIALISED;
+        return m_stInitInfo.SerType == 4 ? CheckCertByAgentIntegrate(cert)
+                                         : CheckCertByCloudPlatform(cert);
+    });
     KX_LOG(KX_LOG_TRACE, kSource, "CCloudCheckCert::CheckCert", "lRes:%d", static_cast<int>(lRes));
     return lRes;
 }
 
 long CCloudCheckCert::CheckCertByCloudPlatform(const std::string& cert) {
-    strCheckUri = CheckPath("CheckCert", kDefaultCheckUri);
-    const std::string url = CIWKHttp::GetCompleteUrl(strCheckUri, m_stInitInfo.ServerIp,
-                                                     std::to_string(m_stInitInfo.Port), false);
-    // The certificate is Base64 and goes in as it is.
-    const std::string body = "<inDatas><userCert>" + cert + "</userCert></inDatas>";
-    KXReqResult result;
-    CIWKHttp::Post(url, body, "", &result, HTTP_CONTENT_JSON, HTTP_REQ_PLAIN, nullptr, nullptr,
-                   nullptr);
-    long lRes = KX_OK;
-    if (result.errCode != 0) {
-        IWK_SetLastError(result.errCode, result.msg);
-        lRes = result.errCode;
-    } else {
-        lRes = ParseCheckCertRes(result.msg);
-    }
+    KXCall call(m_stInitInfo, KXReply::CloudCheckXml);
+    call.Run([&] {
+        strCheckUri = CheckPath("CheckCert", kDefaultCheckUri);
+        call.UrlAt(strCheckUri, m_stInitInfo.ServerIp, std::to_string(m_stInitInfo.Port));
+        // The certificate is Base64 and goes in as it is.
+        call.PostXml("<inDatas><userCert>" + cert + "</userCert></inDatas>");
+    });
     KX_LOG(KX_LOG_TRACE, kSource, "CCloudCheckCert::CheckCertByCloudPlatform", "lRes:%d",
-           static_cast<int>(lRes));
-    return lRes;
+           call.code());
+    return call.lRes;
 }
 
 long CCloudCheckCert::CheckCertByAgentIntegrate(const std::string& cert) {
-    strCheckUri = CheckPath("CheckCertAgent", kDefaultAgentUri);
-    const std::string url = CIWKHttp::GetCompleteUrl(strCheckUri, m_stInitInfo.ServerIp,
-                                                     std::to_string(m_stInitInfo.Port), false);
-    Json::Value root(Json::objectValue);
-    root["certB64"] = cert;
-    KXReqResult result;
-    CIWKHttp::Post(url, kxjson::Write(root), "", &result, HTTP_CONTENT_JSON, HTTP_REQ_PLAIN,
-                   nullptr, nullptr, nullptr);
-    long lRes = KX_OK;
-    if (result.errCode != 0) {
-        IWK_SetLastError(result.errCode, result.msg);
-        lRes = result.errCode;
-    } else {
-        Json::Value data;  // the agent's seal details are not the caller's concern here
-        lRes = ParseErrCodeEnvelope(result, data);
-    }
+    // The agent's seal details in data are not the caller's concern here.
+    KXCall call(m_stInitInfo, KXReply::ErrCodeEnvelope);
+    call.Run([&] {
+        strCheckUri = CheckPath("CheckCertAgent", kDefaultAgentUri);
+        call.UrlAt(strCheckUri, m_stInitInfo.ServerIp, std::to_string(m_stInitInfo.Port));
+        Json::Value root(Json::objectValue);
+        root["certB64"] = cert;
+        call.Post(root);
+    });
     KX_LOG(KX_LOG_TRACE, kSource, "CCloudCheckCert::CheckCertByAgentIntegrate", "lRes:%d",
-           static_cast<int>(lRes));
-    return lRes;
+           call.code());
+    return call.lRes;
 }

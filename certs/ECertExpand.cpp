@@ -5,17 +5,11 @@
 #include <climits>
 
 #include "KXUtils.h"
-#include "frame/SignedCall.h"
+#include "frame/KXCall.h"
 
 namespace {
 
 const char kSource[] = "ECertExpand";
-
-// Text of a member that is a string; empty for anything else.
-std::string TextOf(const Json::Value& data, const char* key) {
-    const Json::Value& value = kxjson::Member(data, key);
-    return value.isString() ? kxjson::String(value) : std::string();
-}
 
 // An unsigned 32-bit identifier; 0 when absent, negative, text or too large.
 long IdOf(const Json::Value& data, const char* key) {
@@ -42,7 +36,7 @@ CECertExpand::~CECertExpand() = default;
 
 long CECertExpand::CheckServiceRequest(const std::string& strId, bool& expired) {
     // The expansion client does not test its record: an empty host fails at the transport.
-    KXSignedCall call(m_stInitInfo, false);
+    KXCall call(m_stInitInfo, KXReply::CodeEnvelope, KXHead::Signature);
     call.Run([&] {
         if (!call.Url(strServiceTimeUrl, strId) || !call.Get()) return;
         bool value = false;
@@ -54,7 +48,7 @@ long CECertExpand::CheckServiceRequest(const std::string& strId, bool& expired) 
 
 long CECertExpand::SendExpandRequest(const std::string& ukeyNum, const std::string& csr,
                                      long& certOptId, long& logId) {
-    KXSignedCall call(m_stInitInfo, false);
+    KXCall call(m_stInitInfo, KXReply::CodeEnvelope, KXHead::Signature);
     call.Run([&] {
         if (!call.Url(strDoubleCertRequestUrl)) return;
         Json::Value root(Json::objectValue);
@@ -69,13 +63,13 @@ long CECertExpand::SendExpandRequest(const std::string& ukeyNum, const std::stri
 
 long CECertExpand::GetDoubleCertRequest(long certOptId, std::string& encCert, std::string& signCert,
                                         std::string& sn, std::string& authCode, int& status) {
-    KXSignedCall call(m_stInitInfo, false);
+    KXCall call(m_stInitInfo, KXReply::CodeEnvelope, KXHead::Signature);
     call.Run([&] {
         if (!call.Url(strDoubleCertInfoUrl, certOptId) || !call.Get()) return;
-        std::string enc = TextOf(call.data, "encCert");
-        std::string sign = TextOf(call.data, "signCert");
-        std::string serial = TextOf(call.data, "sn");
-        std::string code = TextOf(call.data, "authCode");
+        std::string enc = kxjson::Text(call.data, "encCert");
+        std::string sign = kxjson::Text(call.data, "signCert");
+        std::string serial = kxjson::Text(call.data, "sn");
+        std::string code = kxjson::Text(call.data, "authCode");
         int value = -1;
         if (!kxjson::Int(kxjson::Member(call.data, "status"), value)) value = -1;
         encCert.swap(enc);
@@ -89,7 +83,7 @@ long CECertExpand::GetDoubleCertRequest(long certOptId, std::string& encCert, st
 
 long CECertExpand::UploadFinish(long certOptId, long logId, const std::string& encryptCert,
                                 const std::string& signCert, const std::string& ukeyNum) {
-    KXSignedCall call(m_stInitInfo, false);
+    KXCall call(m_stInitInfo, KXReply::CodeEnvelope, KXHead::Signature);
     call.Run([&] {
         if (!call.Url(strFinishCertUrl)) return;
         Json::Value root(Json::objectValue);

@@ -6,18 +6,13 @@
 #include <climits>
 #include <cstdlib>
 
-#include "KXReplyParsers.h"
 #include "KXServerApi.h"
 #include "KXUtils.h"
+#include "frame/KXCall.h"
 
 namespace {
 
 const char kSource[] = "InkwellApi";
-
-std::string TextOf(const Json::Value& object, const char* key) {
-    const Json::Value& value = kxjson::Member(object, key);
-    return value.isString() ? kxjson::String(value) : std::string();
-}
 
 // certId_openca comes as a number or as its decimal text.
 int CertIdOf(const Json::Value& data) {
@@ -35,25 +30,55 @@ int CertIdOf(const Json::Value& data) {
     return static_cast<int>(number);
 }
 
-}  // namespace
-
-void MakeCertFields::ReadReply(const Json::Value& data) {
-    certId = CertIdOf(data);
-    ukeyNum = TextOf(data, "uKeyNum");
-    encCert = TextOf(data, "encCert");
-    encSn = TextOf(data, "encSn");
-    signCert = TextOf(data, "signCert");
-    signSn = TextOf(data, "signSn");
+void ReadFields(const Json::Value& data, MakeCertFields& fields) {
+    fields.certId = CertIdOf(data);
+    fields.ukeyNum = kxjson::Text(data, "uKeyNum");
+    fields.encCert = kxjson::Text(data, "encCert");
+    fields.encSn = kxjson::Text(data, "encSn");
+    fields.signCert = kxjson::Text(data, "signCert");
+    fields.signSn = kxjson::Text(data, "signSn");
     // "extention" is JSON text inside a string, not a nested object.
     Json::Value extension;
     const Json::Value& text = kxjson::Member(data, "extention");
     if (!text.isString() || !kxjson::Parse(kxjson::String(text), extension)) {
         extension = Json::Value();
     }
-    symmCipher = TextOf(extension, "symmCipher");
-    symmAlg = TextOf(extension, "symmAlg");
-    encryptedKeypair = TextOf(extension, "encryptedKeypair");
-    authCode = TextOf(extension, "authCode");
+    fields.symmCipher = kxjson::Text(extension, "symmCipher");
+    fields.symmAlg = kxjson::Text(extension, "symmAlg");
+    fields.encryptedKeypair = kxjson::Text(extension, "encryptedKeypair");
+    fields.authCode = kxjson::Text(extension, "authCode");
+}
+
+// "inkwell" is the legacy web application's context path, and a site may
+// deploy it elsewhere ([KXPrintMgr] ContextPath). Only the URL's path
+// changes, so a host named after it stays. An empty value means the
+// application sits at the root: its segment goes, leaving no empty one.
+std::string WithContextPath(const std::string& url) {
+    const size_t scheme = url.find("://");
+    const size_t pathAt = url.find('/', scheme == std::string::npos ? 0 : scheme + 3);
+    if (pathAt == std::string::npos) return url;
+    const size_t queryAt = url.find('?', pathAt);
+    std::string path =
+        url.substr(pathAt, queryAt == std::string::npos ? queryAt : queryAt - pathAt);
+    std::string value;
+    if (IWK_GetConfigByKey("KXPrintMgr", "ContextPath", value, "") == 0) return url;
+    path = value.empty() ? IWK_ReplaceSubStrByConfig(path, "/inkwell", "KXPrintMgr", "ContextPath")
+                         : IWK_ReplaceSubStrByConfig(path, "inkwell", "KXPrintMgr", "ContextPath");
+    return url.substr(0, pathAt) + path +
+           (queryAt == std::string::npos ? std::string() : url.substr(queryAt));
+}
+
+}  // namespace
+
+void MakeCertFields::ReadReply(const Json::Value& data) {
+    try {
+        MakeCertFields fields;
+        fields.strReserved = strReserved;
+        ReadFields(data, fields);
+        *this = std::move(fields);
+    } catch (...) {
+        // Out of memory: the fields stay as they were.
+    }
 }
 
 CInkwellApi::CInkwellApi()
@@ -67,82 +92,58 @@ long CInkwellApi::MakeCert(const std::string& certCsrB64, const std::string& cer
                            MakeCertData& resData) {
     KX_LOG(KX_LOG_TRACE, kSource, "CInkwellApi::MakeCert", "certCsrB64:%s, certApplyInfo:%s",
            certCsrB64.c_str(), certApplyInfo.c_str());
-    long lRes = KX_OK;
-    try {
+    KXCall call(m_stInitInfo, KXReply::ErrCodeEnvelope, KXHead::Legacy);
+    call.Require().ResultInto(resData);
+    call.Run([&] {
         Json::Value root;
-        if (CheckInitInfo(m_stInitInfo) != KX_OK) {
-            lRes = KX_ERR_NOT_INITIALISED;
-        } else if (!kxjson::Parse(certApplyInfo, root) || !(root.isObject() || root.isNull())) {
-            // "null" is an empty application; any other non-object cannot take "csr".
-            lRes = KX_ERR_INVALID_VALUE;
-        } else {
-            root["csr"] = certCsrB64;
-            const std::string body = kxjson::Write(root);
-            const std::string url = CIWKHttp::GetCompleteUrl(
-                strMakeCertUri, m_stInitInfo.ServerIp, std::to_string(m_stInitInfo.Port), false);
-            const std::string head = CIWKHttp::GenInkwellHttpHead(
-                m_stInitInfo.ProjectID, m_stInitInfo.ProjectSecret, body, "");
-            CIWKHttp::Post(url, body, head, &resData, HTTP_CONTENT_JSON, HTTP_REQ_PLAIN, nullptr,
-                           nullptr, nullptr);
-            Json::Value data;
-            if (ParseErrCodeEnvelope(resData, data) == KX_OK) {
-                MakeCertFields fields;
-                fields.strReserved = resData.strReserved;
-                fields.ReadReply(data);
-                static_cast<MakeCertFields&>(resData) = fields;
-            }
-            lRes = resData.errCode;
+        // "null" is an empty application; any other non-object cannot take "csr".
+        if (!kxjson::Parse(certApplyInfo, root) || !(root.isObject() || root.isNull())) {
+            call.Refuse(KX_ERR_INVALID_VALUE);
+            return;
         }
-    } catch (...) {
-        lRes = KX_ERR_INVALID_VALUE;
-    }
+        root["csr"] = certCsrB64;
+        call.UrlAt(strMakeCertUri, m_stInitInfo.ServerIp, std::to_string(m_stInitInfo.Port));
+        if (!call.Post(root)) return;
+        MakeCertFields fields;
+        fields.strReserved = resData.strReserved;
+        ReadFields(call.data, fields);
+        static_cast<MakeCertFields&>(resData) = std::move(fields);
+    });
     KX_LOG(KX_LOG_TRACE, kSource, "CInkwellApi::MakeCert",
-           "lRes:%d, resData.errCode:%d, resData.msg:%s", static_cast<int>(lRes), resData.errCode,
+           "lRes:%d, resData.errCode:%d, resData.msg:%s", call.code(), resData.errCode,
            resData.msg.c_str());
-    return lRes;
+    return call.lRes;
 }
 
 long CInkwellApi::UpdateUkeyTryTime(std::string sn, bool isSuccess, bool isLocked,
                                     int& remainingTime) {
-    try {
-        if (CheckInitInfo(m_stInitInfo) != KX_OK) return KX_ERR_NOT_INITIALISED;
+    // A transport failure leaves only its code's standard text behind.
+    KXCall call(m_stInitInfo, KXReply::ErrCodeEnvelope, KXHead::Legacy);
+    call.Require().OnTransport(KXOnTransport::Code);
+    call.Run([&] {
         Json::Value root(Json::objectValue);
         const std::string language = IWK_GetLanguageName();
         if (!language.empty()) root["language"] = language;
         root["sn"] = sn;
         root["isSuccess"] = isSuccess;
         root["isLocked"] = isLocked;
-        const std::string body = kxjson::Write(root);
 
         // A failed probe leaves the value empty; the report goes out all the same.
         std::string strAuthorization;
         KX_InkwellCompatible(m_stInitInfo, strAuthorization, "KXInkwell");
-
-        const std::string head = CIWKHttp::GenInkwellHttpHead(
-            m_stInitInfo.ProjectID, m_stInitInfo.ProjectSecret, body, strAuthorization);
-        std::string url = CIWKHttp::GetCompleteUrl(strUpdateUkeyTryTimeUri, m_stInitInfo.ServerIp,
-                                                   std::to_string(m_stInitInfo.Port), false);
-        // "inkwell" is the web application's context path; a site may deploy it elsewhere.
-        url = IWK_ReplaceSubStrByConfig(url, "inkwell", "KXPrintMgr", "ContextPath");
-
-        KXReqResult result;
-        const long sent = CIWKHttp::Post(url, body, head, &result, HTTP_CONTENT_JSON,
-                                         HTTP_REQ_PLAIN, nullptr, nullptr, nullptr);
-        if (sent != 0) {
-            KX_LOG(KX_LOG_ERROR, kSource, "CInkwellApi::UpdateUkeyTryTime", "lRes:%d",
-                   static_cast<int>(sent));
-            IWK_SetLastError(sent);
-            return sent;
+        call.Head(KXHead::Legacy, strAuthorization);
+        call.UrlIs(
+            WithContextPath(CIWKHttp::GetCompleteUrl(strUpdateUkeyTryTimeUri, m_stInitInfo.ServerIp,
+                                                     std::to_string(m_stInitInfo.Port), false)));
+        if (!call.Post(root)) {
+            if (call.TransportFailed())
+                KX_LOG(KX_LOG_ERROR, kSource, "CInkwellApi::UpdateUkeyTryTime", "lRes:%d",
+                       call.code());
+            return;
         }
-        Json::Value data;
-        const long lRes = ParseErrCodeEnvelope(result, data);
-        if (lRes == KX_OK) {
-            int remaining = 0;
-            if (!kxjson::Int(kxjson::Member(data, "remainingTime"), remaining)) remaining = 0;
-            remainingTime = remaining;
-        }
-        return lRes;
-    } catch (...) {
-        return KX_ERR_INVALID_VALUE;
-    }
+        int remaining = 0;
+        if (!kxjson::Int(kxjson::Member(call.data, "remainingTime"), remaining)) remaining = 0;
+        remainingTime = remaining;
+    });
+    return call.lRes;
 }

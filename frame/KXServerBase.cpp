@@ -1,8 +1,8 @@
-// The client base, reading server descriptions, and the legacy-server probe.
+// The base of every client: the record and its check.
 #include "KXServerBase.h"
 
-#include "KXServerApi.h"
 #include "KXUtils.h"
+#include "frame/KXCall.h"
 
 namespace {
 const char kSource[] = "KXServerBase";
@@ -33,95 +33,18 @@ long KXServerBase::CheckInitInfo(const _init_Info_s& info) {
 }
 
 long KXServerBase::Init(const _init_Info_s& info) {
-    long lRes = CheckInitInfo(info);
-    if (lRes == KX_OK) {
-        m_stInitInfo = info;
-        IWK_RegisterSecret(info.ProjectSecret);
-    }
+    const long lRes = KXGuard([&] {
+        const long checked = CheckInitInfo(info);
+        if (checked == KX_OK) {
+            m_stInitInfo = info;
+            IWK_RegisterSecret(info.ProjectSecret);
+        }
+        return checked;
+    });
     KX_LOG(KX_LOG_TRACE, kSource, "KXServerBase::Init", "lRes:%d", static_cast<int>(lRes));
     return lRes;
 }
 
 bool KXServerBase::IsInit() {
     return CheckInitInfo(m_stInitInfo) == KX_OK;
-}
-
-long KX_GetServerConfig(const std::string& section, _init_Info_s& info) {
-    KX_LOG(KX_LOG_TRACE, kSource, "KX_GetServerConfig", "section:%s", section.c_str());
-    IWK_GetConfigByKey(section, "SerType", info.SerType, 0);
-    IWK_GetConfigByKey(section, "Host", info.ServerIp, "");
-    IWK_GetConfigByKey(section, "Port", info.Port, 0);
-    IWK_GetConfigByKey(section, "ProjectID", info.ProjectID, "");
-    std::string stored;
-    IWK_GetConfigByKey(section, "ProjectSecret", stored, "");
-    // A secret stored in clear still works: keep the stored text when it does not decipher.
-    std::string clear = IWK_DecryptEncryptedConfigInfo(stored);
-    info.ProjectSecret = clear.empty() ? stored : clear;
-    IWK_RegisterSecret(info.ProjectSecret);
-    return KX_OK;
-}
-
-namespace {
-
-// Reply of the authorization URL: {"errCode":0,"data":"<value>"}.
-long InkwellAnalysisRes(KXReqResult* result, Json::Value& data) {
-    if (result == nullptr) {
-        KX_LOG(KX_LOG_TRACE, kSource, "InkwellAnalysisRes", "lRes:%d",
-               static_cast<int>(KX_ERR_ARGUMENT_EMPTY));
-        return KX_ERR_ARGUMENT_EMPTY;
-    }
-    if (result->errCode != 0) {
-        IWK_SetLastError(result->errCode, result->msg);
-        return result->errCode;
-    }
-    Json::Value root;
-    if (!kxjson::Parse(result->msg, root)) {
-        IWK_SetLastError(KX_ERR_LEGACY_REPLY, result->msg);
-        return KX_ERR_LEGACY_REPLY;
-    }
-    int code = 0;
-    IWK_GetJsonValue(kxjson::Member(root, "errCode"), code, KX_ERR_LEGACY_REPLY);
-    data = kxjson::Member(root, "data");
-    if (code != 0) IWK_SetLastError(code, kxjson::String(root, "msg"));
-    return code;
-}
-
-}  // namespace
-
-long KX_InkwellCompatible(_init_Info_s& info, std::string& strAuthorization,
-                          const std::string& section) {
-    long lRes = KX_OK;
-    try {
-        strAuthorization.clear();
-        if (info.serverVer.empty()) {
-            IWK_GetConfigByKey(section, "serverVer", info.serverVer, "");
-            info.authorizationType = 0;
-        }
-        if (info.serverVer == "5.3") {
-            IWK_GetConfigByKey(section, "authorizationType", info.authorizationType, 0);
-            IWK_GetConfigByKey(section, "authorization", info.authorization, "");
-        }
-        if (info.authorizationType == 2 && !info.authorization.empty()) {
-            KXReqResult result;
-            lRes = CIWKHttp::Get(info.authorization, "", "", &result, HTTP_REQ_PLAIN, nullptr);
-            if (lRes == KX_OK) {
-                Json::Value data;
-                lRes = InkwellAnalysisRes(&result, data);
-                if (lRes == KX_OK) {
-                    strAuthorization = kxjson::String(data);
-                    if (strAuthorization.empty()) {
-                        info.authorizationType = 1;
-                        info.authorization.clear();
-                    }
-                }
-            }
-        } else if (info.authorizationType == 1) {
-            strAuthorization = info.authorization;
-        }
-    } catch (...) {
-        lRes = KX_ERR_INVALID_VALUE;
-    }
-    KX_LOG(KX_LOG_TRACE, kSource, "KX_InkwellCompatible", "lRes:%d, strAuthorization:%s",
-           static_cast<int>(lRes), strAuthorization.c_str());
-    return lRes;
 }

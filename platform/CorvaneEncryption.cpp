@@ -10,7 +10,7 @@ long CCorvaneApi::CreateEncOrDecTask(std::string strRealAccountId, std::string s
            "strRealAccountId:%s,strRealOrgId:%s,strDescription:%s,strrRefTaskId:%s,iTaskType:%d",
            strRealAccountId.c_str(), strRealOrgId.c_str(), strDescription.c_str(),
            strrRefTaskId.c_str(), iTaskType);
-    KXSignedCall call(m_stInitInfo);
+    KXCall call(m_stInitInfo);
     call.Run([&] {
         if (!call.Url(strEncryptionsUrl)) return;
         Json::Value body;
@@ -35,7 +35,7 @@ long CCorvaneApi::ExecuteEncOrDecTask(std::string strTaskId, std::string strEncr
     KX_LOG(KX_LOG_TRACE, kCorvaneSource, kFn,
            "strTaskId:%s,strEncryptedPrivateKey:%s,strWillAuthCode:%s", strTaskId.c_str(),
            strEncryptedPrivateKey.c_str(), strWillAuthCode.c_str());
-    KXSignedCall call(m_stInitInfo);
+    KXCall call(m_stInitInfo);
     call.Run([&] {
         if (!call.Url(strEncryptionExecuteUrl, strTaskId)) return;
         Json::Value body;
@@ -55,7 +55,7 @@ long CCorvaneApi::EndEncOrDecTask(std::string strTaskId, int iResult,
     static const char kFn[] = "CCorvaneApi::EndEncOrDecTask";
     KX_LOG(KX_LOG_TRACE, kCorvaneSource, kFn, "strTaskId:%s,iResult:%d,strResultDescription:%s",
            strTaskId.c_str(), iResult, strResultDescription.c_str());
-    KXSignedCall call(m_stInitInfo);
+    KXCall call(m_stInitInfo);
     call.Run([&] {
         if (!call.Url(strEncryptionUrl, strTaskId)) return;
         Json::Value body;
@@ -76,7 +76,7 @@ long CCorvaneApi::CreateMobShieldAuth(std::string strRealAccountId, std::string 
     static const char kFn[] = "CCorvaneApi::CreateMobShieldAuth";
     KX_LOG(KX_LOG_TRACE, kCorvaneSource, kFn, "strRealAccountId:%s,strBizType:%s",
            strRealAccountId.c_str(), strBizType.c_str());
-    KXSignedCall call(m_stInitInfo);
+    KXCall call(m_stInitInfo);
     call.Run([&] {
         if (!call.Url(strCreateMobShieldAuthUrl)) return;
         Json::Value body;
@@ -107,7 +107,7 @@ long CCorvaneApi::VerifyMobShieldAuth(std::string strBizId, std::string strBizTy
     static const char kFn[] = "CCorvaneApi::VerifyMobShieldAuth";
     KX_LOG(KX_LOG_TRACE, kCorvaneSource, kFn, "strBizId:%s,strBizType:%s,strWillAuthId:%s",
            strBizId.c_str(), strBizType.c_str(), strWillAuthId.c_str());
-    KXSignedCall call(m_stInitInfo);
+    KXCall call(m_stInitInfo);
     call.Run([&] {
         if (!call.Url(strVerifyMobShieldAuthUrl)) return;
         Json::Value body;
@@ -116,10 +116,8 @@ long CCorvaneApi::VerifyMobShieldAuth(std::string strBizId, std::string strBizTy
         body["willAuthId"] = strWillAuthId;
         if (!call.Put(body)) return;
         strStatus = kxjson::String(call.data, "status");
-        // Only a JSON true passes; a missing or other-typed value does not.
-        bool passed = false;
-        kxjson::Bool(kxjson::Member(call.data, "passed"), passed);
-        bPassed = passed;
+        // Read as asBool would: a non-zero number passes too.
+        bPassed = kxjson::Truth(kxjson::Member(call.data, "passed"));
     });
     KX_LOG(KX_LOG_TRACE, kCorvaneSource, kFn, "lRes:%d, reqRes.errCode:%d, reqRes.msg:%s",
            call.code(), call.errCode(), call.msg());

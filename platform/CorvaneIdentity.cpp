@@ -7,7 +7,7 @@ long CCorvaneApi::GetRealAccoutIdByCode(std::string strRedirectUri, std::string 
     static const char kFn[] = "CCorvaneApi::GetRealAccoutIdByCode";
     KX_LOG(KX_LOG_TRACE, kCorvaneSource, kFn, "strRedirectUri:%s, strCode:%s",
            strRedirectUri.c_str(), strCode.c_str());
-    KXSignedCall call(m_stInitInfo);
+    KXCall call(m_stInitInfo);
     std::string payload;
     call.Run([&] {
         // The code goes into the query before the redirect URI.
@@ -33,7 +33,7 @@ long CCorvaneApi::GetRealAccoutIdByCode(std::string strRedirectUri, std::string 
 long CCorvaneApi::GetIdentityInfo(std::string strRealAccountId, std::string& strIdentityCode) {
     static const char kFn[] = "CCorvaneApi::GetIdentityInfo";
     KX_LOG(KX_LOG_TRACE, kCorvaneSource, kFn, "strRealAccountId:%s", strRealAccountId.c_str());
-    KXSignedCall call(m_stInitInfo);
+    KXCall call(m_stInitInfo);
     call.Run([&] {
         if (!call.Url(strIdentityInfoUrl, strRealAccountId) || !call.Get()) return;
         // data's own "code", not the envelope's.
@@ -48,7 +48,7 @@ long CCorvaneApi::GetAllInfo(std::string strRealAccountId, std::string& strRealn
                              std::string& strIdPhone) {
     static const char kFn[] = "CCorvaneApi::GetAllInfo";
     KX_LOG(KX_LOG_TRACE, kCorvaneSource, kFn, "strRealAccountId:%s", strRealAccountId.c_str());
-    KXSignedCall call(m_stInitInfo);
+    KXCall call(m_stInitInfo);
     call.Run([&] {
         if (!call.Url(strAllInfoUrl, strRealAccountId) || !call.Get()) return;
         strRealnameCode = kxjson::String(kxjson::Member(call.data, "baseRealname"), "code");
@@ -64,7 +64,7 @@ long CCorvaneApi::GetAllInfo(std::string strRealAccountId, std::string& strRealn
 long CCorvaneApi::GetFinalRealnameOrgInfo(std::string strOrgId, std::string& strOuid) {
     static const char kFn[] = "CCorvaneApi::GetFinalRealnameOrgInfo";
     KX_LOG(KX_LOG_TRACE, kCorvaneSource, kFn, "strOrgId:%s", strOrgId.c_str());
-    KXSignedCall call(m_stInitInfo);
+    KXCall call(m_stInitInfo);
     call.Run([&] {
         if (!call.Url(strRealnameOrgInfoUrl, strOrgId) || !call.Get()) return;
         strOuid = kxjson::String(kxjson::Member(call.data, "base"), "ouid");

@@ -19,7 +19,7 @@ long CCorvaneApi::CreateWitnessFlowTask(std::string strRealOrgId, std::string& s
     KX_LOG(KX_LOG_TRACE, kCorvaneSource, kFn,
            "strRealOrgId:%s,strRealOrgId:%s,description:create witnessflows", strRealOrgId.c_str(),
            strRealOrgId.c_str());
-    KXSignedCall call(m_stInitInfo);
+    KXCall call(m_stInitInfo);
     call.Run([&] {
         if (!call.Url(strWitnessFlowsUrl)) return;
         Json::Value body;
@@ -46,7 +46,7 @@ long CCorvaneApi::ExecuteSnapShotTask(std::string strWitnessFlowId, std::string 
            "strThirdDocId:%s,strDocHash:%s,strAlgorithm:%s,strStep:%s,strStepDescription:%s",
            strThirdDocId.c_str(), strDocHash.c_str(), strAlgorithm.c_str(), strStep.c_str(),
            strStepDescription.c_str());
-    KXSignedCall call(m_stInitInfo);
+    KXCall call(m_stInitInfo);
     call.Run([&] {
         if (!call.Url(strSaveSnapshotUrl, strWitnessFlowId)) return;
         // Step words compare whole and case-sensitively; others add nothing.
@@ -86,7 +86,7 @@ long CCorvaneApi::CheckSignAccessTask(std::string strWitnessFlowId, std::string 
            "strRealAccountId\xA3\xBA"
            "%s,strThirdDocId:%s,strDocHash:%s",
            strRealAccountId.c_str(), strThirdDocId.c_str(), strDocHash.c_str());
-    KXSignedCall call(m_stInitInfo);
+    KXCall call(m_stInitInfo);
     call.Run([&] {
         if (!call.Url(strCheckSignAccessUrl, strWitnessFlowId)) return;
         Json::Value body;
@@ -117,7 +117,7 @@ long CCorvaneApi::SignTask(std::string strWitnessFlowId, std::string strRealAcco
            "strSignTicket:%s,signType:%ld",
            strRealAccountId.c_str(), strThirdDocId.c_str(), strDocHash.c_str(),
            strSignTicket.c_str(), signType);
-    KXSignedCall call(m_stInitInfo);
+    KXCall call(m_stInitInfo);
     call.Run([&] {
         if (!call.Url(strWitnessSignUrl, strWitnessFlowId)) return;
         Json::Value body;
@@ -150,7 +150,7 @@ long CCorvaneApi::QuerySignResultTask(std::string strWitnessFlowId, std::string 
     static const char kFn[] = "CCorvaneApi::QuerySignResultTask";
     KX_LOG(KX_LOG_TRACE, kCorvaneSource, kFn, "strSignTicket:%s,strTaskId:%s",
            strSignTicket.c_str(), strTaskId.c_str());
-    KXSignedCall call(m_stInitInfo);
+    KXCall call(m_stInitInfo);
     call.Run([&] {
         if (!call.Url(strSignResultUrl, strWitnessFlowId, strSignTicket, strTaskId) ||
             !call.Get()) {
@@ -177,7 +177,7 @@ long CCorvaneApi::SignConfirmTask(std::string strWitnessFlowId, std::string strT
            "strAlgorithm:%s, strSignTicket:%s, strSignlogId:%s",
            strThirdDocId.c_str(), strDocHash.c_str(), strAlgorithm.c_str(), strSignTicket.c_str(),
            strSignlogId.c_str());
-    KXSignedCall call(m_stInitInfo);
+    KXCall call(m_stInitInfo);
     call.Run([&] {
         if (!call.Url(strWitnessConfirmUrl, strWitnessFlowId)) return;
         Json::Value body;

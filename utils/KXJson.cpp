@@ -164,6 +164,11 @@ std::string String(const Json::Value& object, const char* key) {
     return String(Member(object, key));
 }
 
+std::string Text(const Json::Value& object, const char* key) {
+    const Json::Value& value = Member(object, key);
+    return value.isString() ? String(value) : std::string();
+}
+
 bool Int(const Json::Value& value, int& out) {
     long long wide = 0;
     if (!Int64(value, wide) || wide < INT_MIN || wide > INT_MAX) return false;
@@ -185,6 +190,19 @@ bool Bool(const Json::Value& value, bool& out) {
     if (!value.isBool()) return false;
     out = value.asBool();
     return true;
+}
+
+bool Truth(const Json::Value& value) {
+    switch (value.type()) {
+        case Json::booleanValue:
+            return value.asBool();
+        case Json::intValue:
+        case Json::uintValue:
+        case Json::realValue:
+            return value.asDouble() != 0.0;
+        default:
+            return false;
+    }
 }
 
 }  // namespace kxjson

@@ -154,10 +154,16 @@ KXUTILS_API const Json::Value& Member(const Json::Value& object, const char* key
 // Text of a scalar as asString gives it; empty for null, arrays and objects.
 KXUTILS_API std::string String(const Json::Value& value);
 KXUTILS_API std::string String(const Json::Value& object, const char* key);
+// The member's text only when it is a string; empty for anything else.
+KXUTILS_API std::string Text(const Json::Value& object, const char* key);
 // Integer of a value that holds one in range; false otherwise (out untouched).
 KXUTILS_API bool Int(const Json::Value& value, int& out);
 KXUTILS_API bool Int64(const Json::Value& value, long long& out);
 KXUTILS_API bool Bool(const Json::Value& value, bool& out);
+// What asBool makes of a value: a boolean as it is, a number true when not
+// zero, null false; and false, where asBool would throw, for text, arrays
+// and objects.
+KXUTILS_API bool Truth(const Json::Value& value);
 }  // namespace kxjson
 
 // ---------------------------------------------------------------------------

@@ -1,0 +1,162 @@
+#include "frame/KXCall.h"
+
+#include "KXServerBase.h"
+
+namespace {
+
+const _init_Info_s kNoRecord;
+
+KXOnTransport RuleOf(KXReply reply) {
+    switch (reply) {
+        case KXReply::ServiceEnvelope:
+        case KXReply::OpenApi:
+        case KXReply::Legacy:
+            return KXOnTransport::Unchanged;
+        default:
+            return KXOnTransport::Text;
+    }
+}
+
+}  // namespace
+
+KXCall::KXCall(const _init_Info_s& record)
+    : KXCall(record, KXReply::CodeEnvelope, KXHead::Signature) {
+    Require();
+}
+
+KXCall::KXCall(const _init_Info_s& record, KXReply reply, KXHead head)
+    : record_(record), reply_(reply), head_(head), onTransport_(RuleOf(reply)) {}
+
+KXCall::KXCall(KXReply reply) : KXCall(kNoRecord, reply) {}
+
+KXCall& KXCall::Require(long code) {
+    if (lRes == KX_OK && KXServerBase::CheckInitInfo(record_) != KX_OK) lRes = code;
+    return *this;
+}
+
+KXCall& KXCall::Require(bool ok, long code) {
+    if (lRes == KX_OK && !ok) lRes = code;
+    return *this;
+}
+
+KXCall& KXCall::Head(KXHead kind, std::string value) {
+    head_ = kind;
+    headValue_ = std::move(value);
+    return *this;
+}
+
+bool KXCall::PrepareFormat(const std::string& tmpl, const char* kinds, std::string& format) {
+    format.clear();
+    size_t next = 0;
+    for (size_t i = 0; i < tmpl.size(); ++i) {
+        format += tmpl[i];
+        if (tmpl[i] != '%') continue;
+        const std::string rest = tmpl.substr(i + 1, 2);
+        char kind = 0;
+        if (rest.compare(0, 1, "%") == 0) {
+            format += '%';
+            ++i;
+            continue;
+        } else if (rest.compare(0, 1, "s") == 0) {
+            kind = 's';
+            i += 1;
+        } else if (rest.compare(0, 1, "d") == 0) {
+            kind = kinds[next] == 'l' ? 'l' : 'd';
+            i += 1;
+        } else if (rest == "ld") {
+            kind = 'l';
+            i += 2;
+        } else {
+            return false;
+        }
+        if (kinds[next] != kind) return false;
+        format += kind == 's' ? "s" : kind == 'd' ? "d" : "ld";
+        ++next;
+    }
+    return kinds[next] == '\0';
+}
+
+bool KXCall::UrlAt(const std::string& path, const std::string& host, const std::string& port) {
+    url = CIWKHttp::GetCompleteUrl(path, host, port, false);
+    return lRes == KX_OK;
+}
+
+bool KXCall::UrlIs(std::string complete) {
+    url = std::move(complete);
+    return lRes == KX_OK;
+}
+
+bool KXCall::Refuse(long code) {
+    // The result record stays empty: the exit line shows that nothing was sent.
+    lRes = code;
+    data = Json::Value();
+    return false;
+}
+
+std::string KXCall::MakeHead(HTTPFuncType verb, const std::string& body) const {
+    switch (head_) {
+        case KXHead::Signature:
+            return CIWKHttp::GetSignatureHead(verb, url, record_.ServerIp, record_.ProjectID,
+                                              record_.ProjectSecret, std::vector<std::string>(),
+                                              "application/json");
+        case KXHead::Legacy:
+            // Over exactly the text that is posted.
+            return CIWKHttp::GenInkwellHttpHead(record_.ProjectID, record_.ProjectSecret, body,
+                                                headValue_);
+        case KXHead::Token:
+            return CIWKHttp::GetBIDHeadToken(headValue_);
+        case KXHead::Given:
+            return headValue_;
+        case KXHead::None:
+            break;
+    }
+    return std::string();
+}
+
+bool KXCall::PostMultipart(std::string fields, std::string filePath) {
+    filePath_ = std::move(filePath);
+    head_ = KXHead::None;
+    return Send(HTTP_FUNC_POST, HTTP_CONTENT_MULTIPART, std::move(fields));
+}
+
+bool KXCall::Send(HTTPFuncType verb, HTTPContentType type, std::string body) {
+    if (lRes != KX_OK) return false;
+    const std::string head = MakeHead(verb, body);
+    const char* file = filePath_.empty() ? nullptr : filePath_.c_str();
+    switch (verb) {
+        case HTTP_FUNC_GET:
+            CIWKHttp::Get(url, "", head, result_, HTTP_REQ_PLAIN, nullptr);
+            break;
+        case HTTP_FUNC_POST:
+            CIWKHttp::Post(url, std::move(body), head, result_, type, HTTP_REQ_PLAIN, nullptr, file,
+                           nullptr);
+            break;
+        case HTTP_FUNC_PUT:
+            CIWKHttp::Put(url, std::move(body), head, result_, type, HTTP_REQ_PUT, nullptr, file,
+                          nullptr);
+            break;
+        default:
+            return Refuse(KX_ERR_INVALID_VALUE);
+    }
+    Read();
+    return lRes == KX_OK;
+}
+
+// The one place where a request's outcome becomes the operation's code and
+// last error.
+void KXCall::Read() {
+    data = Json::Value();
+    KXReqResult& result = *result_;
+    transportFailed_ = result.errCode != 0;
+    if (transportFailed_) {
+        lRes = result.errCode;
+        // A URL byte that could not be sent is named whatever the operation
+        // does with other failures: the caller must learn which one it was.
+        const KXOnTransport rule =
+            result.errCode == KX_ERR_URL_BAD_CHAR ? KXOnTransport::Text : onTransport_;
+        if (rule == KXOnTransport::Text) IWK_SetLastError(result.errCode, result.msg);
+        if (rule == KXOnTransport::Code) IWK_SetLastError(result.errCode);
+        return;
+    }
+    lRes = handler_ ? handler_(result.msg) : KXReadReply(reply_, result, data);
+}
