@@ -4,18 +4,21 @@
 #include <cstdint>
 #include <string>
 
-#include "KXReplyParsers.h"
 #include "KXUtils.h"
+#include "frame/ReplyReaders.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string text(reinterpret_cast<const char*>(data), size);
 
-    for (auto parse : {ParseCodeEnvelope, ParseErrCodeEnvelope}) {
+    for (KXReply reader :
+         {KXReply::CodeEnvelope, KXReply::ErrCodeEnvelope, KXReply::ServiceEnvelope,
+          KXReply::OpenApi, KXReply::Legacy, KXReply::CloudCheckXml}) {
         KXReqResult result;
         result.errCode = 0;
         result.msg = text;
+        result.strBody = text;
         Json::Value payload;
-        parse(result, payload);
+        KXReadReply(reader, result, payload);
         kxjson::Write(payload);
     }
 
@@ -30,6 +33,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             kxjson::Int(v, i);
             kxjson::Int64(v, l);
             kxjson::Bool(v, b);
+            kxjson::Truth(v);
         }
         kxjson::Write(root);
     }

@@ -7,29 +7,46 @@
 #include "platform/CorvaneCall.h"
 #include "platform/CorvaneTimer.h"
 
+#include <mutex>
+
 const char kCorvaneSource[] = "Corvane";
 
 // One timer and one object for the whole process, as the hourly check needs.
 CCorvaneApi* pCurrentCorvaneApi = nullptr;
-int iTimerId = 0;
+std::atomic<int> iTimerId{0};
 
 namespace {
 
 const unsigned int kTimerIntervalMs = 3600000;
 
+// Held while the current object is set, cleared or checked: a destructor on
+// another thread waits until a running check is over.
+std::mutex& CurrentGuard() {
+    static std::mutex guard;
+    return guard;
+}
+
+void SetCurrent(CCorvaneApi* api) {
+    std::lock_guard<std::mutex> hold(CurrentGuard());
+    pCurrentCorvaneApi = api;
+}
+
+void KillHourlyTimer() {
+    IWK_KillTimer(nullptr, static_cast<uintptr_t>(iTimerId.load()));
+}
+
 // Hourly, on the thread of the last Init: stops the timer once the current
 // object's record is no longer complete.
 void TimerProc(void*, unsigned int, uintptr_t, unsigned long) {
     KX_LOG(KX_LOG_TRACE, kCorvaneSource, "TimerProc", "TimerProc Begin");
-    if (pCurrentCorvaneApi == nullptr) return;
-    try {
+    const long checked = KXGuard([] {
+        std::lock_guard<std::mutex> hold(CurrentGuard());
+        if (pCurrentCorvaneApi == nullptr) return static_cast<long>(KX_OK);
         std::string value1;
         std::string value2;
-        if (pCurrentCorvaneApi->GetNetworkToken(value1, value2, false) == KX_OK) return;
-    } catch (...) {
-        // out of memory: treat as a bad record
-    }
-    IWK_KillTimer(nullptr, static_cast<uintptr_t>(iTimerId));
+        return pCurrentCorvaneApi->GetNetworkToken(value1, value2, false);
+    });
+    if (checked != KX_OK) KillHourlyTimer();
 }
 
 }  // namespace
@@ -72,7 +89,7 @@ CCorvaneApi::CCorvaneApi()
       strBIDSealByTypeUrl("https://%s/v3/bid-sign/seals/%s?sealType=%d&accountId=%s"),
       strBIDSealUrl("https://%s/v3/bid-sign/seals/%s?accountId=%s"),
       strBIDLogoutUrl("https://%s/v3/bid-sign/logout") {
-    pCurrentCorvaneApi = this;
+    SetCurrent(this);
 }
 
 CCorvaneApi::CCorvaneApi(const CCorvaneApi& other) = default;
@@ -81,8 +98,8 @@ CCorvaneApi& CCorvaneApi::operator=(const CCorvaneApi& other) = default;
 CCorvaneApi::~CCorvaneApi() {
     strReservedA.clear();
     strReservedB.clear();
-    pCurrentCorvaneApi = nullptr;
-    IWK_KillTimer(nullptr, static_cast<uintptr_t>(iTimerId));
+    SetCurrent(nullptr);
+    KillHourlyTimer();
 }
 
 long CCorvaneApi::Init(const _init_Info_s& info) {
@@ -97,7 +114,7 @@ long CCorvaneApi::Init(const _init_Info_s& info) {
     } catch (...) {
         return KX_ERR_INVALID_VALUE;
     }
-    IWK_KillTimer(nullptr, static_cast<uintptr_t>(iTimerId));
+    KillHourlyTimer();
     iTimerId = static_cast<int>(IWK_SetTimer(nullptr, 1, kTimerIntervalMs, TimerProc));
     return KX_OK;
 }

@@ -2,7 +2,9 @@
 // objects, and the guards every operation shares (precondition, URL limit).
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <string>
+#include <thread>
 
 #include "CorvaneApi.h"
 #include "KXUtils.h"
@@ -153,6 +155,26 @@ TEST_F(CorvaneApiTest, InitAndTheHourlyTimerAcrossObjects) {
     EXPECT_EQ(-1, IWK_NextTimerDueMs());
     std::string code;
     EXPECT_EQ(0, a.GetIdentityInfo("acc", code));
+}
+
+// The hourly check runs on the thread of Init while other threads make and
+// destroy objects: the check must never look at an object being destroyed
+// (a sanitizer build sees the race this guards against).
+TEST_F(CorvaneApiTest, HourlyCheckBesideDestructionOnAnotherThread) {
+    CCorvaneApi a;
+    std::atomic<bool> stop{false};
+    std::thread churn([&] {
+        while (!stop) {
+            CCorvaneApi b;
+            b.m_stInitInfo = info;
+        }
+    });
+    for (int i = 0; i < 200; ++i) {
+        ASSERT_EQ(0, a.Init(info));
+        TickAfterAnHour();
+    }
+    stop = true;
+    churn.join();
 }
 
 TEST_F(CorvaneApiTest, PreconditionAndUrlLimitSendNothing) {

@@ -240,12 +240,19 @@ TEST_F(CorvaneOpsTest, WillingnessKeysFollowTheMobileShieldClient) {
     EXPECT_EQ("{\"bizId\":\"B1\",\"bizType\":\"ENC\",\"willAuthId\":\"W1\"}\n",
               Expect("PUT", "/v1/willingness/verifyMobShieldAuth").body);
 
-    // passed not a boolean: false.
-    passed = true;
-    server.queueReply(Json200(R"({"code":0,"data":{"status":1,"passed":"true"}})"));
-    EXPECT_EQ(0, api.VerifyMobShieldAuth("B1", "ENC", "W1", status, passed));
+    // passed as asBool reads it: a non-zero number is true; text, arrays,
+    // objects, null and an absent key are false.
+    const std::pair<const char*, bool> forms[] = {
+        {"1", true},    {"-2", true},  {"0.5", true},   {"0", false},    {"\"true\"", false},
+        {"[1]", false}, {"{}", false}, {"null", false}, {"false", false}};
+    for (const auto& form : forms) {
+        passed = !form.second;
+        server.queueReply(
+            Json200(std::string(R"({"code":0,"data":{"status":1,"passed":)") + form.first + "}}"));
+        EXPECT_EQ(0, api.VerifyMobShieldAuth("B1", "ENC", "W1", status, passed));
+        EXPECT_EQ(form.second, passed) << form.first;
+    }
     EXPECT_EQ("1", status);
-    EXPECT_FALSE(passed);
 
     // Refused: outputs stay.
     status = "kept", passed = true, biz = "kb", qr = "kq", will = "kw";

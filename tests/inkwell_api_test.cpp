@@ -184,6 +184,16 @@ TEST_F(InkwellApiTest, UpdateUkeyTryTimeProbesThenReports) {
         "{\"isLocked\":true,\"isSuccess\":false,\"language\":\"zh-CN\",\"sn\":\"SN1\"}\n",
         Sent(server.lastRequest(), &authorization));
     EXPECT_EQ("", authorization);
+    // Only the path changes, never a host named after the context path; an
+    // empty value takes the segment away instead of leaving it empty.
+    client.m_stInitInfo.ServerIp = "http://inkwell.localhost";
+    report(R"({"errCode":0})");
+    EXPECT_EQ("inkwell.localhost:" + std::to_string(server.port()) +
+                  " /legacy/rest/authentication/updateUkeyTryTime",
+              server.lastRequest().header("Host") + " " + server.lastRequest().target);
+    ASSERT_TRUE(env.set("KXPrintMgr", "ContextPath", ""));
+    report(R"({"errCode":0})");
+    EXPECT_EQ("/rest/authentication/updateUkeyTryTime", server.lastRequest().target);
 
     // Server code, no JSON, transport: remainingTime untouched.
     remaining = -7;

@@ -1,0 +1,112 @@
+// Out of memory at every allocation in turn: an exported function answers
+// with a code (or its plain value) and never lets std::bad_alloc out.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <functional>
+#include <new>
+#include <string>
+
+#include "InkwellApi.h"
+#include "KXReplyParsers.h"
+#include "KXSealOpenApi.h"
+#include "KXServerApi.h"
+#include "KXUtils.h"
+#include "TempEnv.h"
+
+namespace {
+
+// Allocations left before the next one fails; negative: none fails.
+thread_local long t_allocationsLeft = -1;
+thread_local long t_armed = -1;
+
+// Called by a case once its own set-up is done: from here on allocations count.
+void Arm() {
+    t_allocationsLeft = t_armed;
+}
+
+}  // namespace
+
+void* operator new(std::size_t size) {
+    if (t_allocationsLeft == 0) throw std::bad_alloc();
+    if (t_allocationsLeft > 0) --t_allocationsLeft;
+    if (void* p = std::malloc(size != 0 ? size : 1)) return p;
+    throw std::bad_alloc();
+}
+void operator delete(void* p) noexcept {
+    std::free(p);
+}
+void operator delete(void* p, std::size_t) noexcept {
+    std::free(p);
+}
+
+namespace {
+
+// Runs f with the n-th allocation after its Arm() failing, for n = 0, 1, ...
+// until a run needs no failing allocation; every run must return normally.
+void FailEachAllocation(const char* what, const std::function<void()>& f) {
+    for (long n = 0; n < 100000; ++n) {
+        t_armed = n;
+        bool escaped = false;
+        try {
+            f();
+        } catch (...) {
+            escaped = true;
+        }
+        const bool ranOut = t_allocationsLeft == 0;
+        t_allocationsLeft = t_armed = -1;
+        ASSERT_FALSE(escaped) << what << ": exception with allocation " << n << " failing";
+        if (!ranOut) return;
+    }
+}
+
+}  // namespace
+
+TEST(AllocFailure, ExportedFunctionsAnswerWithACode) {
+    TempEnv env;
+    ASSERT_TRUE(env.set("Srv", "Host", "127.0.0.1"));
+    ASSERT_TRUE(env.set("Srv", "ProjectSecret", "s"));
+    _init_Info_s info;
+    info.ProjectID = "p";
+    info.ProjectSecret = "s";
+    info.ServerIp = "host";
+    info.Port = 1;
+    const std::string reply = R"({"errCode":0,"data":{"certId_openca":"42","uKeyNum":"U",)"
+                              R"("extention":"{\"authCode\":\"A\"}"}})";
+
+    FailEachAllocation("KX_GetServerConfig", [] {
+        _init_Info_s read;
+        Arm();
+        KX_GetServerConfig("Srv", read);
+    });
+    FailEachAllocation("KXServerBase::Init", [&] {
+        KXServerBase base;
+        Arm();
+        base.Init(info);
+    });
+    FailEachAllocation("MakeCertFields::ReadReply", [&] {
+        Json::Value root;
+        kxjson::Parse(reply, root);
+        MakeCertFields fields;
+        Arm();
+        fields.ReadReply(root["data"]);
+    });
+    FailEachAllocation("ParseErrCodeEnvelope", [&] {
+        KXReqResult result;
+        result.msg = reply;
+        Json::Value data;
+        Arm();
+        ParseErrCodeEnvelope(result, data);
+    });
+    FailEachAllocation("KX_GetServerTypeByStr", [] {
+        int type = 0;
+        const std::string text = "agent";
+        Arm();
+        KX_GetServerTypeByStr(text, type, 0);
+    });
+    FailEachAllocation("KXSER_CertServiceQuery", [] {
+        std::string result;
+        Arm();
+        KXSER_CertServiceQuery(nullptr, nullptr, result);
+    });
+}
