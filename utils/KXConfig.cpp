@@ -1,5 +1,6 @@
 // The configuration store: one INI file, read through a stat-validated cache
 // and rewritten atomically (temporary file + rename) under a file lock.
+#include "KXAscii.h"
 #include "KXConfigSnapshot.h"
 #include "KXPaths.h"
 #include "KXUtils.h"
@@ -30,31 +31,11 @@ using Store = std::unordered_map<std::string, std::string>;
 
 const char kBom[] = "\xEF\xBB\xBF";
 
-bool IsBlank(char c) {
-    return c == ' ' || c == '\t';
-}
-
-std::string Trim(const std::string& s, size_t from = 0, size_t to = std::string::npos) {
-    if (to > s.size()) to = s.size();
-    while (from < to && IsBlank(s[from])) ++from;
-    while (to > from && IsBlank(s[to - 1])) --to;
-    return s.substr(from, to - from);
-}
-
-std::string Lower(const std::string& s) {
-    std::string out(s);
-    for (char& c : out) {
-        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-    }
-    return out;
-}
-
-bool EqualNoCase(const std::string& a, const std::string& b) {
-    return IWK_Compare(a, b, true) == 0;
-}
+using kxascii::IsBlank;
+using kxascii::Trim;
 
 std::string StoreKey(const std::string& section, const std::string& key) {
-    return Lower(section) + '\n' + Lower(key);
+    return kxascii::Lower(section) + '\n' + kxascii::Lower(key);
 }
 
 enum class LineKind { Other, Blank, Comment, Section, Key };
@@ -343,11 +324,11 @@ std::string EditText(const std::string& text, const std::string& section, const 
     for (size_t i = 0; i < lines.size(); ++i) {
         const LineInfo info = Classify(lines[i].body, BomLength(lines, i));
         if (info.kind == LineKind::Section) {
-            inMatch = EqualNoCase(info.name, wantSection);
+            inMatch = kxascii::EqualsNoCase(info.name, wantSection);
             inFirstMatch = inMatch && firstSection < 0;
             if (inFirstMatch) firstSection = static_cast<long>(i);
         } else if (info.kind == LineKind::Key && inMatch) {
-            if (EqualNoCase(info.name, wantKey)) {
+            if (kxascii::EqualsNoCase(info.name, wantKey)) {
                 // Same key spelling, spacing and line end; only the value changes.
                 lines[i].body = lines[i].body.substr(0, info.valueAt) + value;
                 std::string out;
@@ -426,19 +407,6 @@ bool SetKey(const std::string& section, const std::string& key, const std::strin
     return ok;
 }
 
-bool ParseInt(const std::string& text, int& out) {
-    if (text.empty()) return false;
-    const char c = text[0];
-    if (!(c == '+' || c == '-' || (c >= '0' && c <= '9'))) return false;
-    errno = 0;
-    char* end = nullptr;
-    const long v = std::strtol(text.c_str(), &end, 10);
-    if (errno == ERANGE || end != text.c_str() + text.size()) return false;
-    if (v < INT_MIN || v > INT_MAX) return false;
-    out = static_cast<int>(v);
-    return true;
-}
-
 }  // namespace
 
 std::string IWK_GetConfigFilePath() {
@@ -494,7 +462,7 @@ int ConfigSnapshot::Get(const std::string& section, const std::string& key, int&
     try {
         std::string text;
         int parsed = 0;
-        if (Get(section, key, text, std::string()) && ParseInt(text, parsed)) {
+        if (Get(section, key, text, std::string()) && kxascii::ParseInt(text, parsed)) {
             value = parsed;
             return 1;
         }

@@ -1,4 +1,5 @@
 // The log: one line per call, secrets masked, appended to a size-rotated file.
+#include "KXAscii.h"
 #include "KXConfigSnapshot.h"
 #include "KXPaths.h"
 #include "KXUtils.h"
@@ -52,20 +53,7 @@ std::shared_ptr<const std::vector<std::string>> Secrets() {
 const char* const kSecretKeys[] = {"password", "passwd",        "pwd",       "signPwd",
                                    "secret",   "ProjectSecret", "appSecret", "X-KX-Signature"};
 
-char Lower(char c) {
-    return (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
-bool MatchNoCase(const std::string& s, size_t at, const char* word) {
-    for (size_t k = 0; word[k]; ++k) {
-        if (at + k >= s.size() || Lower(s[at + k]) != Lower(word[k])) return false;
-    }
-    return true;
-}
-
-bool IsBlank(char c) {
-    return c == ' ' || c == '\t';
-}
+using kxascii::IsBlank;
 
 bool EndsPlainValue(char c) {
     return c == '&' || c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == '"' || c == '\'' ||
@@ -145,7 +133,7 @@ std::string MaskKeys(const std::string& s) {
     size_t copied = 0;
     size_t i = 0;
     while (i < s.size()) {
-        const char c = Lower(s[i]);
+        const char c = kxascii::Lower(s[i]);
         // Every key starts with one of these letters; skip the rest quickly.
         if (c != 'p' && c != 's' && c != 'a' && c != 'x') {
             ++i;
@@ -153,7 +141,7 @@ std::string MaskKeys(const std::string& s) {
         }
         bool masked = false;
         for (const char* key : kSecretKeys) {
-            if (!MatchNoCase(s, i, key)) continue;
+            if (!kxascii::MatchesNoCaseAt(s, i, key)) continue;
             size_t begin = 0, end = 0;
             if (FindValue(s, i + std::char_traits<char>::length(key), begin, end)) {
                 out.append(s, copied, begin - copied);

@@ -1,5 +1,6 @@
 // Text helpers: lengths, case, URL/Base64/hex encodings, digests, random
 // bytes, JWT payloads, UTF-8 <-> UTF-32 and masking of JSON values.
+#include "KXAscii.h"
 #include "KXUtils.h"
 
 #include <cstring>
@@ -12,10 +13,6 @@
 namespace {
 
 const char kB64Std[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-
-char AsciiLower(char c) {
-    return (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c;
-}
 
 bool IsB64Space(char c) {
     return c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == '\v' || c == '\f';
@@ -167,31 +164,12 @@ unsigned int IWK_Len(const char* s) {
 }
 
 int IWK_Compare(const std::string& a, const std::string& b, bool ignoreCase) {
-    const size_t n = a.size() < b.size() ? a.size() : b.size();
-    for (size_t i = 0; i < n; ++i) {
-        unsigned char x = static_cast<unsigned char>(a[i]);
-        unsigned char y = static_cast<unsigned char>(b[i]);
-        if (ignoreCase) {
-            x = static_cast<unsigned char>(AsciiLower(static_cast<char>(x)));
-            y = static_cast<unsigned char>(AsciiLower(static_cast<char>(y)));
-        }
-        if (x != y) return x < y ? -1 : 1;
-    }
-    if (a.size() == b.size()) return 0;
-    return a.size() < b.size() ? -1 : 1;
+    return kxascii::Compare(a, b, ignoreCase);
 }
 
 void IWK_Upper(char* s, int length) {
     if (!s) return;
-    if (length < 0) {
-        for (; *s; ++s) {
-            if (*s >= 'a' && *s <= 'z') *s = static_cast<char>(*s - 'a' + 'A');
-        }
-        return;
-    }
-    for (int i = 0; i < length; ++i) {
-        if (s[i] >= 'a' && s[i] <= 'z') s[i] = static_cast<char>(s[i] - 'a' + 'A');
-    }
+    for (int i = 0; length < 0 ? s[i] != '\0' : i < length; ++i) s[i] = kxascii::Upper(s[i]);
 }
 
 std::string IWK_UrlEncode(const std::string& s) {

@@ -101,11 +101,6 @@ bool VerifySignature(const std::string& certDer, const std::string& digest,
     return ok;
 }
 
-std::string BaseName(const std::string& path) {
-    const size_t slash = path.find_last_of('/');
-    return slash == std::string::npos ? path : path.substr(slash + 1);
-}
-
 }  // namespace
 
 int CmdPlatformWhoami(const Args& args) {
@@ -216,7 +211,7 @@ int CmdPlatformSign(const Args& args) {
     }
     const std::string digest = kxpki::Sha256(content);
     const std::string hash = IWK_Base64Encode(digest);
-    const std::string docId = args.get("doc-id", BaseName(path));
+    const std::string docId = args.get("doc-id", IWK_GetBaseName(path.c_str()));
     const std::string algorithm = "SHA256";
     CCorvaneApi api;
     if (!OpenClient(args, api, status)) return status;
