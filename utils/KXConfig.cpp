@@ -2,26 +2,16 @@
 // and rewritten atomically (temporary file + rename) under a file lock.
 #include "KXAscii.h"
 #include "KXConfigSnapshot.h"
-#include "KXPaths.h"
 #include "KXUtils.h"
+#include "os/KXOs.h"
 
 #include <atomic>
-#include <cerrno>
-#include <climits>
-#include <cstdlib>
-#include <ctime>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <unordered_map>
 #include <utility>
 #include <vector>
-
-#include <fcntl.h>
-#include <pwd.h>
-#include <sys/file.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace {
 
@@ -131,100 +121,28 @@ std::shared_ptr<const Store> Parse(const std::string& text) {
     return store;
 }
 
-// ---------------------------------------------------------------------------
-// Files
-
-class Fd {
-public:
-    explicit Fd(int fd = -1) : fd_(fd) {}
-    ~Fd() {
-        if (fd_ >= 0) ::close(fd_);
-    }
-    Fd(const Fd&) = delete;
-    Fd& operator=(const Fd&) = delete;
-    int get() const { return fd_; }
-    int release() {
-        const int fd = fd_;
-        fd_ = -1;
-        return fd;
-    }
-
-private:
-    int fd_;
-};
-
-bool ReadAll(int fd, std::string& out) {
-    out.clear();
-    char buf[65536];
-    for (;;) {
-        const ssize_t n = ::read(fd, buf, sizeof buf);
-        if (n < 0) {
-            if (errno == EINTR) continue;
-            return false;
-        }
-        if (n == 0) return true;
-        out.append(buf, static_cast<size_t>(n));
-    }
-}
-
-bool WriteAll(int fd, const std::string& data) {
-    size_t done = 0;
-    while (done < data.size()) {
-        const ssize_t n = ::write(fd, data.data() + done, data.size() - done);
-        if (n < 0) {
-            if (errno == EINTR) continue;
-            return false;
-        }
-        done += static_cast<size_t>(n);
-    }
-    return true;
-}
-
 std::string DefaultConfigPath() {
-    return kxutils::UserFile("XDG_CONFIG_HOME", ".config", "KXServerApi.ini");
+    return kxos::UserFile(kxos::UserDir::Config, "KXServerApi.ini");
 }
 
 // ---------------------------------------------------------------------------
 // Cache
 
-struct Stamp {
-    dev_t dev = 0;
-    ino_t ino = 0;
-    off_t size = 0;
-    struct timespec mtim = {0, 0};
-    struct timespec ctim = {0, 0};
-};
-
-Stamp StampOf(const struct stat& st) {
-    Stamp s;
-    s.dev = st.st_dev;
-    s.ino = st.st_ino;
-    s.size = st.st_size;
-    s.mtim = st.st_mtim;
-    s.ctim = st.st_ctim;
-    return s;
-}
-
-bool SameStamp(const Stamp& a, const Stamp& b) {
-    return a.dev == b.dev && a.ino == b.ino && a.size == b.size && a.mtim.tv_sec == b.mtim.tv_sec &&
-           a.mtim.tv_nsec == b.mtim.tv_nsec && a.ctim.tv_sec == b.ctim.tv_sec &&
-           a.ctim.tv_nsec == b.ctim.tv_nsec;
+bool SameStamp(const kxos::FileStamp& a, const kxos::FileStamp& b) {
+    return kxos::SameFile(a, b) && a.size == b.size && a.mtimeNs == b.mtimeNs &&
+           a.ctimeNs == b.ctimeNs;
 }
 
 // A file modified within the last two seconds may change again without its
 // timestamps moving (coarse file system clocks), so it is never trusted.
-bool IsRacy(const Stamp& s) {
-    struct timespec now;
-    if (::clock_gettime(CLOCK_REALTIME, &now) != 0) return true;
-    const long long nowNs = static_cast<long long>(now.tv_sec) * 1000000000LL + now.tv_nsec;
-    const long long mNs = static_cast<long long>(s.mtim.tv_sec) * 1000000000LL + s.mtim.tv_nsec;
-    return nowNs - mNs <= 2000000000LL;
+bool IsRacy(const kxos::FileStamp& s) {
+    return kxos::WallClockNs() - s.mtimeNs <= 2000000000LL;
 }
 
 struct Cache {
     bool valid = false;
     std::string path;
-    Stamp stamp;
+    kxos::FileStamp stamp;
     std::shared_ptr<const Store> store;
 };
 
@@ -247,28 +165,26 @@ std::shared_ptr<const Store> EmptyStore() {
 std::shared_ptr<const Store> LoadStore() {
     const std::string path = IWK_GetConfigFilePath();
     if (path.empty()) return EmptyStore();
-    struct stat st;
-    if (::stat(path.c_str(), &st) != 0) return EmptyStore();
+    kxos::FileStamp stamp;
+    if (!kxos::StatPath(path, stamp)) return EmptyStore();
     {
         std::lock_guard<std::mutex> lock(g_cacheMutex);
         const Cache& cache = TheCache();
-        if (cache.valid && cache.path == path && SameStamp(cache.stamp, StampOf(st)) &&
+        if (cache.valid && cache.path == path && SameStamp(cache.stamp, stamp) &&
             !IsRacy(cache.stamp)) {
             return cache.store;
         }
     }
-    Fd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    if (fd.get() < 0) return EmptyStore();
+    kxos::File file = kxos::File::OpenRead(path);
     // Stamp and text both come from the open file, so they always agree.
-    if (::fstat(fd.get(), &st) != 0) return EmptyStore();
     std::string text;
-    if (!ReadAll(fd.get(), text)) return EmptyStore();
+    if (!file.Stamp(stamp) || !file.ReadAll(text)) return EmptyStore();
     std::shared_ptr<const Store> store = Parse(text);
     std::lock_guard<std::mutex> lock(g_cacheMutex);
     Cache& cache = TheCache();
     cache.valid = true;
     cache.path = path;
-    cache.stamp = StampOf(st);
+    cache.stamp = stamp;
     cache.store = store;
     return store;
 }
@@ -354,55 +270,30 @@ std::string EditText(const std::string& text, const std::string& section, const 
     return out;
 }
 
-bool ReplaceFile(const std::string& target, const std::string& content, mode_t mode) {
-    std::string tmp = target + ".tmpXXXXXX";
-    Fd fd(::mkostemp(&tmp[0], O_CLOEXEC));
-    if (fd.get() < 0) return false;
-    const bool ok = ::fchmod(fd.get(), mode) == 0 && WriteAll(fd.get(), content) &&
-                    ::fsync(fd.get()) == 0 && ::close(fd.release()) == 0;
-    if (!ok || ::rename(tmp.c_str(), target.c_str()) != 0) {
-        ::unlink(tmp.c_str());
-        return false;
-    }
-    // The rename itself must reach the disk too.
-    Fd dir(::open(kxutils::DirName(target).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (dir.get() >= 0) ::fsync(dir.get());
-    return true;
-}
-
 bool SetKey(const std::string& section, const std::string& key, const std::string& value) {
     const std::string path = IWK_GetConfigFilePath();
     if (path.empty()) return false;
 
     std::lock_guard<std::mutex> guard(g_writeMutex);
-    if (!kxutils::MakeParentDirs(path)) return false;
-    const std::string lockPath = path + ".lock";
-    Fd lockFd(::open(lockPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
-    if (lockFd.get() < 0) return false;
-    while (::flock(lockFd.get(), LOCK_EX) != 0) {
-        if (errno != EINTR) return false;
-    }
+    if (!kxos::MakeParentDirs(path)) return false;
+    const kxos::FileLock lock(path + ".lock");
+    if (!lock.held()) return false;
 
     // A store that is a symbolic link stays one: the file it names is replaced.
-    std::string target = path;
-    if (char* real = ::realpath(path.c_str(), nullptr)) {
-        target = real;
-        std::free(real);
-    }
-
+    const std::string target = kxos::ResolvePath(path);
     std::string text;
-    mode_t mode = 0600;
-    Fd in(::open(target.c_str(), O_RDONLY | O_CLOEXEC));
-    if (in.get() >= 0) {
-        struct stat st;
-        if (::fstat(in.get(), &st) != 0 || !ReadAll(in.get(), text)) return false;
-        mode = st.st_mode & 07777;
-    } else if (errno != ENOENT) {
+    unsigned mode = 0600;
+    kxos::File in = kxos::File::OpenRead(target);
+    if (in.ok()) {
+        kxos::FileStamp stamp;
+        if (!in.Stamp(stamp) || !in.ReadAll(text)) return false;
+        mode = stamp.mode;
+    } else if (!in.absent()) {
         // Never replace a file that exists but cannot be read.
         return false;
     }
 
-    const bool ok = ReplaceFile(target, EditText(text, section, key, value), mode);
+    const bool ok = kxos::ReplaceFile(target, EditText(text, section, key, value), mode);
     InvalidateCache();
     return ok;
 }
@@ -411,9 +302,8 @@ bool SetKey(const std::string& section, const std::string& key, const std::strin
 
 std::string IWK_GetConfigFilePath() {
     try {
-        const char* explicitPath = std::getenv("KX_CONFIG_FILE");
-        if (explicitPath && *explicitPath) return explicitPath;
-        return DefaultConfigPath();
+        const std::string explicitPath = kxos::GetEnv("KX_CONFIG_FILE");
+        return explicitPath.empty() ? DefaultConfigPath() : explicitPath;
     } catch (...) {
         return std::string();
     }

@@ -1,25 +1,16 @@
 // The log: one line per call, secrets masked, appended to a size-rotated file.
 #include "KXAscii.h"
 #include "KXConfigSnapshot.h"
-#include "KXPaths.h"
 #include "KXUtils.h"
+#include "os/KXOs.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
-#include <cstdlib>
-#include <ctime>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
-
-#include <fcntl.h>
-#include <pwd.h>
-#include <sys/stat.h>
-#include <sys/syscall.h>
-#include <unistd.h>
 
 namespace {
 
@@ -199,12 +190,7 @@ bool FormatV(const char* format, va_list ap, std::string& out) {
 }
 
 std::string Prefix(int level) {
-    struct timespec now;
-    ::clock_gettime(CLOCK_REALTIME, &now);
-    struct tm tm;
-    ::localtime_r(&now.tv_sec, &tm);
-    // A thread keeps its id: asked once.
-    static thread_local const long tid = static_cast<long>(::syscall(SYS_gettid));
+    const kxos::LocalTime now = kxos::LocalTimeNow();
     std::string levelName;
     switch (level) {
         case KX_LOG_TRACE:
@@ -224,9 +210,9 @@ std::string Prefix(int level) {
             break;
     }
     char head[96];
-    const int n = std::snprintf(head, sizeof head, "%04d-%02d-%02d %02d:%02d:%02d.%03ld %ld ",
-                                tm.tm_year + 1900, tm.tm_mon + 1, tm.tm_mday, tm.tm_hour, tm.tm_min,
-                                tm.tm_sec, now.tv_nsec / 1000000L, tid);
+    const int n = std::snprintf(head, sizeof head, "%04d-%02d-%02d %02d:%02d:%02d.%03d %ld ",
+                                now.year, now.month, now.day, now.hour, now.minute, now.second,
+                                now.millisecond, kxos::ThreadId());
     std::string out(head, n > 0 ? std::min(static_cast<size_t>(n), sizeof head - 1) : 0);
     return out + levelName + " ";
 }
@@ -261,9 +247,7 @@ SettingsCache& TheSettingsCache() {
 }
 
 LogSettings CurrentSettings() {
-    struct timespec now;
-    ::clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
-    const long long nowMs = static_cast<long long>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
+    const long long nowMs = kxos::MonotonicMs();
     const std::string configPath = IWK_GetConfigFilePath();
     const unsigned long generation = kxutils::ConfigGeneration();
     SettingsCache& cache = TheSettingsCache();
@@ -290,23 +274,11 @@ LogSettings CurrentSettings() {
 }
 
 std::string LogPath(const LogSettings& settings) {
-    const char* env = std::getenv("KX_LOG_FILE");
-    if (env && *env) return env;
+    const std::string env = kxos::GetEnv("KX_LOG_FILE");
+    if (!env.empty()) return env;
     if (!settings.file.empty()) return settings.file;
-    const std::string path = kxutils::UserFile("XDG_STATE_HOME", ".local/state", "KXServerApi.log");
+    const std::string path = kxos::UserFile(kxos::UserDir::State, "KXServerApi.log");
     return path.empty() ? "-" : path;
-}
-
-void WriteAll(int fd, const std::string& data) {
-    size_t done = 0;
-    while (done < data.size()) {
-        const ssize_t n = ::write(fd, data.data() + done, data.size() - done);
-        if (n < 0) {
-            if (errno == EINTR) continue;
-            return;
-        }
-        done += static_cast<size_t>(n);
-    }
 }
 
 // The open log file. Guarded by g_sinkMutex, which also keeps lines whole.
@@ -315,32 +287,25 @@ void WriteAll(int fd, const std::string& data) {
 // write and the size is counted here.
 const long long kSinkCheckMs = 1000;
 
-long long MonotonicMs() {
-    struct timespec now;
-    ::clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
-    return static_cast<long long>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
-}
-
 struct Sink {
     std::string path;
-    int fd = -1;
+    kxos::File file;
     unsigned long long size = 0;  // of the open file, as far as this process knows
     long long checkedAtMs = 0;
 
     void Close() {
-        if (fd >= 0) ::close(fd);
-        fd = -1;
+        file.Close();
         path.clear();
     }
 
     bool Open(const std::string& p) {
         Close();
-        if (!kxutils::MakeParentDirs(p)) return false;
-        fd = ::open(p.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
-        if (fd < 0) return false;
-        struct stat st;
-        size = ::fstat(fd, &st) == 0 ? static_cast<unsigned long long>(st.st_size) : 0;
-        checkedAtMs = MonotonicMs();
+        if (!kxos::MakeParentDirs(p)) return false;
+        file = kxos::File::OpenAppend(p, 0600);
+        if (!file.ok()) return false;
+        kxos::FileStamp stamp;
+        size = file.Stamp(stamp) ? static_cast<unsigned long long>(stamp.size) : 0;
+        checkedAtMs = kxos::MonotonicMs();
         path = p;
         return true;
     }
@@ -348,13 +313,12 @@ struct Sink {
     // Open on `p`, and on the file that now stands there: after a rotation by
     // another process or a removal, the old descriptor points elsewhere.
     bool Ensure(const std::string& p) {
-        if (fd < 0 || path != p) return Open(p);
-        const long long now = MonotonicMs();
+        if (!file.ok() || path != p) return Open(p);
+        const long long now = kxos::MonotonicMs();
         if (now - checkedAtMs < kSinkCheckMs) return true;
-        struct stat onDisk, open;
-        if (::stat(p.c_str(), &onDisk) == 0 && ::fstat(fd, &open) == 0 &&
-            onDisk.st_dev == open.st_dev && onDisk.st_ino == open.st_ino) {
-            size = static_cast<unsigned long long>(open.st_size);
+        kxos::FileStamp onDisk, open;
+        if (kxos::StatPath(p, onDisk) && file.Stamp(open) && kxos::SameFile(onDisk, open)) {
+            size = static_cast<unsigned long long>(open.size);
             checkedAtMs = now;
             return true;
         }
@@ -377,17 +341,17 @@ void Emit(const std::string& line, const LogSettings& settings) {
     std::lock_guard<std::mutex> lock(g_sinkMutex);
     Sink& sink = TheSink();
     if (path == "-") {
-        WriteAll(STDERR_FILENO, line);
+        kxos::WriteStderr(line);
         return;
     }
     if (!sink.Ensure(path)) return;
     if (sink.size > 0 && sink.size + line.size() > static_cast<unsigned long long>(maxBytes)) {
         const std::string old = path + ".1";
-        ::rename(path.c_str(), old.c_str());
+        kxos::Rename(path, old);
         if (!sink.Open(path)) return;
     }
     // One write per line with O_APPEND: lines of several processes never mix.
-    WriteAll(sink.fd, line);
+    sink.file.WriteAll(line);
     sink.size += line.size();
 }
 

@@ -193,7 +193,11 @@ KXUTILS_API std::string IWK_DataTuomin(const std::string& text, const KX_TuoMinD
 // System.
 
 KXUTILS_API std::string IWK_GetMacAddress();
+// Milliseconds since the epoch.
 KXUTILS_API long long IWK_GetCurTime();
+// Milliseconds of a clock that never goes back, for intervals and deadlines
+// (the clock the timers read by default).
+KXUTILS_API long long IWK_GetMonotonicMs();
 KXUTILS_API std::string IWK_GetLanguageName();
 
 // ---------------------------------------------------------------------------
@@ -222,8 +226,7 @@ KXUTILS_API void IWK_RegisterSecret(const std::string& secret);
 
 // The callback of a timer: window (always null here), message number,
 // timer id, and the clock in milliseconds when it fired.
-typedef void (*KXTimerProc)(void* window, unsigned int message, uintptr_t id,
-                            unsigned long timeMs);
+typedef void (*KXTimerProc)(void* window, unsigned int message, uintptr_t id, unsigned long timeMs);
 // Millisecond clock the timers read; monotonic by default.
 typedef long long (*KXTimerClock)();
 
