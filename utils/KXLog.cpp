@@ -1,172 +1,19 @@
 // The log: one line per call, secrets masked, appended to a size-rotated file.
-#include "KXAscii.h"
 #include "KXConfigSnapshot.h"
+#include "KXMask.h"
 #include "KXUtils.h"
 #include "os/KXOs.h"
 
 #include <algorithm>
 #include <cstdarg>
 #include <cstdio>
-#include <memory>
 #include <mutex>
 #include <string>
-#include <vector>
 
 namespace {
 
 const char kSection[] = "KXUtils";
-const char kMask[] = "******";
 const int kDefaultMaxBytes = 10485760;
-
-// ---------------------------------------------------------------------------
-// Masking
-
-// Registered secrets, replaced as a whole list so that a line masks against
-// a consistent copy without holding the lock. Never destroyed: a static
-// destructor elsewhere may still log at exit.
-struct SecretList {
-    std::mutex mutex;
-    std::shared_ptr<const std::vector<std::string>> list =
-        std::make_shared<const std::vector<std::string>>();
-};
-
-SecretList& SecretState() {
-    static SecretList* state = new SecretList;
-    return *state;
-}
-
-std::shared_ptr<const std::vector<std::string>> Secrets() {
-    SecretList& state = SecretState();
-    std::lock_guard<std::mutex> lock(state.mutex);
-    return state.list;
-}
-
-const char* const kSecretKeys[] = {"password", "passwd",        "pwd",       "signPwd",
-                                   "secret",   "ProjectSecret", "appSecret", "X-KX-Signature"};
-
-using kxascii::IsBlank;
-
-bool EndsPlainValue(char c) {
-    return c == '&' || c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == '"' || c == '\'' ||
-           c == ',' || c == ';' || c == '>';
-}
-
-// End of a JSON string body that starts at `from` (just after the opening
-// quote); with `escaped` the quotes themselves stand as \" (JSON in a JSON string).
-size_t JsonStringEnd(const std::string& s, size_t from, bool escaped) {
-    if (escaped) {
-        const size_t end = s.find("\\\"", from);
-        return end == std::string::npos ? s.size() : end;
-    }
-    size_t i = from;
-    while (i < s.size() && s[i] != '"') i += (s[i] == '\\') ? 2 : 1;
-    return std::min(i, s.size());
-}
-
-// Finds the value that follows a key name ending at `j`. On success [begin, end)
-// is the text to hide.
-bool FindValue(const std::string& s, size_t j, size_t& begin, size_t& end) {
-    if (j >= s.size()) return false;
-    if (s[j] == '=') {
-        // key=value, as in a query or a form body.
-        size_t v = j + 1;
-        if (v < s.size() && (s[v] == '"' || s[v] == '\'')) {
-            const size_t close = s.find(s[v], v + 1);
-            begin = v + 1;
-            end = close == std::string::npos ? s.size() : close;
-            return end > begin;
-        }
-        begin = v;
-        while (v < s.size() && !EndsPlainValue(s[v])) ++v;
-        end = v;
-        return end > begin;
-    }
-    if (s[j] == '"' || (s[j] == '\\' && j + 1 < s.size() && s[j + 1] == '"')) {
-        // "key":"value" or "key":123, plain or escaped inside another string.
-        const bool escaped = s[j] == '\\';
-        size_t v = j + (escaped ? 2 : 1);
-        while (v < s.size() && IsBlank(s[v])) ++v;
-        if (v >= s.size() || s[v] != ':') return false;
-        ++v;
-        while (v < s.size() && IsBlank(s[v])) ++v;
-        if (v >= s.size()) return false;
-        if (escaped ? (s[v] == '\\' && v + 1 < s.size() && s[v + 1] == '"') : s[v] == '"') {
-            begin = v + (escaped ? 2 : 1);
-            end = JsonStringEnd(s, begin, escaped);
-            return end > begin;
-        }
-        if (s[v] == '-' || (s[v] >= '0' && s[v] <= '9')) {
-            begin = v;
-            while (v < s.size() && s[v] != ',' && s[v] != '}' && s[v] != ']' && !IsBlank(s[v]) &&
-                   s[v] != '\r' && s[v] != '\n' && s[v] != '\\') {
-                ++v;
-            }
-            end = v;
-            return end > begin;
-        }
-        return false;
-    }
-    if (s[j] == ':') {
-        // key: value, a header line: the rest of the line.
-        size_t v = j + 1;
-        while (v < s.size() && IsBlank(s[v])) ++v;
-        begin = v;
-        while (v < s.size() && s[v] != '\r' && s[v] != '\n') ++v;
-        end = v;
-        return end > begin;
-    }
-    return false;
-}
-
-std::string MaskKeys(const std::string& s) {
-    std::string out;
-    out.reserve(s.size());
-    size_t copied = 0;
-    size_t i = 0;
-    while (i < s.size()) {
-        const char c = kxascii::Lower(s[i]);
-        // Every key starts with one of these letters; skip the rest quickly.
-        if (c != 'p' && c != 's' && c != 'a' && c != 'x') {
-            ++i;
-            continue;
-        }
-        bool masked = false;
-        for (const char* key : kSecretKeys) {
-            if (!kxascii::MatchesNoCaseAt(s, i, key)) continue;
-            size_t begin = 0, end = 0;
-            if (FindValue(s, i + std::char_traits<char>::length(key), begin, end)) {
-                out.append(s, copied, begin - copied);
-                out += kMask;
-                copied = end;
-                i = end;
-                masked = true;
-                break;
-            }
-        }
-        if (!masked) ++i;
-    }
-    out.append(s, copied, std::string::npos);
-    return out;
-}
-
-std::string MaskText(const std::string& text) {
-    std::string s = text;
-    const auto secrets = Secrets();
-    for (const std::string& secret : *secrets) {
-        size_t pos = s.find(secret);
-        if (pos == std::string::npos) continue;
-        std::string out;
-        size_t from = 0;
-        for (; pos != std::string::npos; pos = s.find(secret, from)) {
-            out.append(s, from, pos - from);
-            out += kMask;
-            from = pos + secret.size();
-        }
-        out.append(s, from, std::string::npos);
-        s.swap(out);
-    }
-    return MaskKeys(s);
-}
 
 // ---------------------------------------------------------------------------
 // Line text
@@ -375,27 +222,8 @@ void KX_WriteLog(KX_LOG_LEVEL level, const char* format, ...) {
         va_end(ap);
         if (!formatted) text = std::string("(unformattable log text) ") + format;
 
-        Emit(Prefix(static_cast<int>(level)) + MaskText(text) + "\n", settings);
+        Emit(Prefix(static_cast<int>(level)) + kxutils::MaskLogText(text) + "\n", settings);
     } catch (...) {
         // The log never disturbs its caller.
-    }
-}
-
-void IWK_RegisterSecret(const std::string& secret) {
-    try {
-        if (secret.size() < 4) return;
-        SecretList& state = SecretState();
-        std::lock_guard<std::mutex> lock(state.mutex);
-        if (std::find(state.list->begin(), state.list->end(), secret) != state.list->end()) {
-            return;
-        }
-        auto next = std::make_shared<std::vector<std::string>>(*state.list);
-        next->push_back(secret);
-        // Longer first, so that a secret holding a shorter one is hidden whole.
-        std::stable_sort(
-            next->begin(), next->end(),
-            [](const std::string& a, const std::string& b) { return a.size() > b.size(); });
-        state.list = std::move(next);
-    } catch (...) {
     }
 }

@@ -82,82 +82,7 @@ void AppendUtf8(std::string& out, unsigned long cp) {
     }
 }
 
-// Byte length of the UTF-8 character at s[i]; a stray or broken byte counts
-// as a character of its own so that masking never splits a valid sequence.
-size_t Utf8CharLen(const std::string& s, size_t i) {
-    const unsigned char c = static_cast<unsigned char>(s[i]);
-    size_t n = 1;
-    if (c >= 0xC2 && c <= 0xDF) {
-        n = 2;
-    } else if (c >= 0xE0 && c <= 0xEF) {
-        n = 3;
-    } else if (c >= 0xF0 && c <= 0xF4) {
-        n = 4;
-    }
-    if (i + n > s.size()) return 1;
-    for (size_t k = 1; k < n; ++k) {
-        if ((static_cast<unsigned char>(s[i + k]) & 0xC0) != 0x80) return 1;
-    }
-    return n;
-}
-
-// Keeps `start` characters, turns the next `length` into '*'; false when no
-// character was replaced.
-bool MaskChars(const std::string& in, int start, int length, std::string& out) {
-    if (length <= 0) return false;
-    if (start < 0) start = 0;
-    out.clear();
-    out.reserve(in.size());
-    long index = 0;
-    bool changed = false;
-    for (size_t i = 0; i < in.size();) {
-        const size_t n = Utf8CharLen(in, i);
-        if (index >= start && index - start < length) {
-            out.push_back('*');
-            changed = true;
-        } else {
-            out.append(in, i, n);
-        }
-        i += n;
-        ++index;
-    }
-    return changed;
-}
-
-bool MaskTree(Json::Value& node, const KX_TuoMinData* rules, int count, int depth) {
-    // The parser already limits nesting; this only guards the stack.
-    if (depth > 10000) return false;
-    bool changed = false;
-    if (node.isArray()) {
-        for (Json::Value::ArrayIndex i = 0; i < node.size(); ++i) {
-            changed = MaskTree(node[i], rules, count, depth + 1) || changed;
-        }
-        return changed;
-    }
-    if (!node.isObject()) return false;
-    for (auto it = node.begin(); it != node.end(); ++it) {
-        Json::Value& member = *it;
-        if (member.isString() || member.isNumeric()) {
-            const std::string name = it.name();
-            for (int r = 0; r < count; ++r) {
-                if (rules[r].type != KX_TUOMIN_JSON_KEY || rules[r].key != name) continue;
-                std::string masked;
-                if (MaskChars(kxjson::String(member), rules[r].start, rules[r].length, masked)) {
-                    member = Json::Value(masked);
-                    changed = true;
-                }
-            }
-        } else {
-            changed = MaskTree(member, rules, count, depth + 1) || changed;
-        }
-    }
-    return changed;
-}
-
 }  // namespace
-
-KX_TuoMinData::KX_TuoMinData(KX_TuoMinDataType type_, const char* key_, int start_, int length_)
-    : type(type_), key(key_ ? key_ : ""), start(start_), length(length_) {}
 
 unsigned int IWK_Len(const char* s) {
     return s ? static_cast<unsigned int>(std::strlen(s)) : 0u;
@@ -391,21 +316,5 @@ std::string IWK_GetBaseName(const char* path) {
         return std::string(base);
     } catch (...) {
         return std::string();
-    }
-}
-
-std::string IWK_DataTuomin(const std::string& text, const KX_TuoMinData* rules, int count) {
-    try {
-        if (!rules || count <= 0) return text;
-        Json::Value root;
-        if (!kxjson::Parse(text, root)) return text;
-        if (!MaskTree(root, rules, count, 0)) return text;
-        std::string out = kxjson::Write(root);
-        const bool keepNewline = !text.empty() && text.back() == '\n';
-        if (!keepNewline && !out.empty() && out.back() == '\n') out.pop_back();
-        return out;
-    } catch (...) {
-        // Only allocation can fail here; the log gets the text as it was.
-        return text;
     }
 }
