@@ -12,9 +12,6 @@
 
 namespace {
 
-const char kSection[] = "KXUtils";
-const int kDefaultMaxBytes = 10485760;
-
 // ---------------------------------------------------------------------------
 // Line text
 
@@ -71,8 +68,8 @@ std::string Prefix(int level) {
 // kSettingsRefreshMs, so that a line costs no look at the store; a write to
 // the store by this process, or another store file, counts at once.
 struct LogSettings {
-    int minLevel = 1;
-    int maxBytes = kDefaultMaxBytes;
+    int minLevel = 0;  // LogLevel
+    int maxBytes = 0;  // LogMaxBytes
     std::string file;  // LogFile
 };
 
@@ -107,10 +104,10 @@ LogSettings CurrentSettings() {
     }
     const kxutils::ConfigSnapshot config;
     LogSettings settings;
-    config.Get(kSection, "LogLevel", settings.minLevel, 1);
-    config.Get(kSection, "LogMaxBytes", settings.maxBytes, kDefaultMaxBytes);
-    if (settings.maxBytes <= 0) settings.maxBytes = kDefaultMaxBytes;
-    config.Get(kSection, "LogFile", settings.file, std::string());
+    config.Get(KXKey::LogLevel, settings.minLevel);
+    config.Get(KXKey::LogMaxBytes, settings.maxBytes);
+    if (settings.maxBytes <= 0) settings.maxBytes = kxutils::DefaultInt(KXKey::LogMaxBytes);
+    config.Get(KXKey::LogFile, settings.file);
     std::lock_guard<std::mutex> lock(cache.mutex);
     cache.valid = true;
     cache.readAtMs = nowMs;

@@ -45,7 +45,7 @@ long long IWK_GetMonotonicMs() {
 std::string IWK_GetLanguageName() {
     try {
         std::string language;
-        IWK_GetConfigByKey("KXUtils", "Language", language, std::string());
+        IWK_GetConfig(KXKey::Language, language);
         return language;
     } catch (...) {
         return std::string();

@@ -12,6 +12,7 @@
 #include <json/json.h>
 
 #include "KXCommonType.h"
+#include "KXConfigKeys.h"
 
 // ---------------------------------------------------------------------------
 // HTTP
@@ -107,7 +108,9 @@ KXUTILS_API KXHeadCheck IWK_VerifyInkwellHead(const std::string& body, const KXH
                                               long long windowMs, std::string* authorization);
 
 // ---------------------------------------------------------------------------
-// Configuration store (an INI file, see README "Configuration").
+// Configuration store (an INI file, see README "Configuration"). Keys the
+// code reads are read through the table of KXConfigKeys.h (IWK_GetConfig);
+// these forms serve names given at run time.
 
 KXUTILS_API int IWK_GetConfigByKey(const std::string& section, const std::string& key,
                                    std::string& value, const std::string& fallback);

@@ -28,7 +28,7 @@ bool OpenClient(const Args& args, CCorvaneApi& api, int& status) {
     const std::string section = args.get("section", kDefaultSection);
     _init_Info_s info;
     KX_GetServerConfig(section, info);
-    IWK_GetConfigByKey(section, "MobileShieldClientId", info.strMobileShieldClientId, "");
+    IWK_GetConfig(section, KXKey::MobileShieldClientId, info.strMobileShieldClientId);
     const long code = api.Init(info);
     if (code == 0) return true;
     std::cerr << "kxapi: section [" << section << "] holds no complete server description\n";
