@@ -1,9 +1,6 @@
 // Commands of the certificate services: check, expand, apply, UKey tries.
-#include <chrono>
-#include <cstdlib>
 #include <iostream>
 #include <sstream>
-#include <thread>
 
 #include "CloudCheckCert.h"
 #include "Commands.h"
@@ -63,10 +60,8 @@ int CmdCertCheck(const Args& args) {
     int status = 0;
     if (!ReadBase64Arg(args, "cert", "cert check", cert, status)) return status;
     const std::string section = args.get("section", "KXCloudCheck");
-    _init_Info_s info;
-    KX_GetServerConfig(section, info);
     CCloudCheckCert client;
-    client.Init(info);  // CheckCert itself answers 10046 for an incomplete record
+    if ((status = OpenServer(client, section, "CCloudCheckCert")) != 0) return status;
     const long code = client.CheckCert(cert);
     if (code != 0) return Fail("CCloudCheckCert::CheckCert (" + section + ")", code);
     Json::Value out;
@@ -85,20 +80,13 @@ int CmdCertExpand(const Args& args) {
     if (!ReadBase64Arg(args, "csr", "cert expand", csr, status)) return status;
     const std::string section = args.get("section", "KXCertExpand");
     const std::string outDir = args.get("out-dir", ".");
-    const int timeoutSeconds = std::atoi(args.get("timeout", "60").c_str());
-    const int intervalMs = std::atoi(args.get("interval", "500").c_str());
-    if (timeoutSeconds <= 0 || intervalMs <= 0) {
-        return UsageError("cert expand", "--timeout and --interval take positive numbers");
-    }
-
-    _init_Info_s info;
-    KX_GetServerConfig(section, info);
+    PollLimits limits = {500, 60};
+    if (!ReadPollLimits(args, "cert expand", limits, status)) return status;
     CECertExpand client;
-    long code = client.Init(info);
-    if (code != 0) return Fail("CECertExpand::Init (" + section + ")", code);
+    if ((status = OpenServer(client, section, "CECertExpand")) != 0) return status;
 
     bool expired = false;
-    code = client.CheckServiceRequest(ukeyNum, expired);
+    long code = client.CheckServiceRequest(ukeyNum, expired);
     if (code != 0) return Fail("CECertExpand::CheckServiceRequest", code);
     if (expired) {
         std::cerr << "kxapi: the service time of UKey " << ukeyNum << " has expired\n";
@@ -112,23 +100,25 @@ int CmdCertExpand(const Args& args) {
     // are the service's matter and only shown.
     std::string encCert, signCert, sn, authCode;
     int certStatus = -1, polls = 0;
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(timeoutSeconds);
     std::cerr << "kxapi: certificate operation " << certOptId << ", waiting for the certificates";
-    for (;;) {
-        code = client.GetDoubleCertRequest(certOptId, encCert, signCert, sn, authCode, certStatus);
-        ++polls;
-        if (code != 0) {
-            std::cerr << "\n";
-            return Fail("CECertExpand::GetDoubleCertRequest", code);
-        }
-        std::cerr << " [status " << certStatus << "]" << std::flush;
-        if (!encCert.empty() && !signCert.empty()) break;
-        if (std::chrono::steady_clock::now() + std::chrono::milliseconds(intervalMs) > deadline) {
-            std::cerr << "\nkxapi: no certificates after " << timeoutSeconds << " s (" << polls
-                      << " polls, last status " << certStatus << ")\n";
-            return 1;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(intervalMs));
+    const int outcome = Poll(
+        limits,
+        [&] {
+            code =
+                client.GetDoubleCertRequest(certOptId, encCert, signCert, sn, authCode, certStatus);
+            if (code != 0) return -1;
+            std::cerr << " [status " << certStatus << "]" << std::flush;
+            return encCert.empty() || signCert.empty() ? 0 : 1;
+        },
+        polls);
+    if (outcome < 0) {
+        std::cerr << "\n";
+        return Fail("CECertExpand::GetDoubleCertRequest", code);
+    }
+    if (outcome == 0) {
+        std::cerr << "\nkxapi: no certificates after " << limits.timeoutS << " s (" << polls
+                  << " polls, last status " << certStatus << ")\n";
+        return 1;
     }
     std::cerr << " done\n";
 
@@ -160,10 +150,8 @@ int CmdCertApply(const Args& args) {
     if (!ReadBase64Arg(args, "csr", "cert apply", csr, status)) return status;
     if (!args.has("info")) return UsageError("cert apply", "give --info JSON");
     const std::string section = args.get("section", "KXInkwell");
-    _init_Info_s info;
-    KX_GetServerConfig(section, info);
     CInkwellApi client;
-    client.Init(info);  // MakeCert answers 10009 for an incomplete record
+    if ((status = OpenServer(client, section, "CInkwellApi")) != 0) return status;
     MakeCertData data;
     const long code = client.MakeCert(csr, args.get("info"), data);
     if (code != 0) return Fail("CInkwellApi::MakeCert (" + section + ")", code);
@@ -200,10 +188,8 @@ int CmdUkeyTry(const Args& args) {
         return UsageError("ukey try", "give one of --success and --failure");
     }
     const std::string section = args.get("section", "KXInkwell");
-    _init_Info_s info;
-    KX_GetServerConfig(section, info);
     CInkwellApi client;
-    client.Init(info);  // UpdateUkeyTryTime answers 10009 for an incomplete record
+    if (const int status = OpenServer(client, section, "CInkwellApi")) return status;
     int remaining = 0;
     const long code =
         client.UpdateUkeyTryTime(sn, args.has("success"), args.has("locked"), remaining);

@@ -55,12 +55,9 @@ int OpenSession(const std::string& command, const Args& args, CKXSealOpenApi& ap
     if (!ParseInt(args.get("login-type", "0"), loginType)) {
         return UsageError(command, "--login-type is a number (0 to 3)");
     }
-    _init_Info_s info;
-    KX_GetServerConfig(kSection, info);
-    long code = api.Init(info);
-    Step(steps, "Init", code);
-    if (code != 0) return Fail("CKXSealOpenApi::Init", code);
-    code = api.Login(user.c_str(), password.c_str(), loginType);
+    if (const int status = OpenServer(api, kSection, "CKXSealOpenApi")) return status;
+    Step(steps, "Init", 0);
+    const long code = api.Login(user.c_str(), password.c_str(), loginType);
     Step(steps, "Login", code);
     if (code != 0) return Fail("CKXSealOpenApi::Login", code);
     return 0;
