@@ -33,8 +33,20 @@ std::string FileAsBase64(const std::string& data) {
     return out;
 }
 
-bool WritePem(const std::string& path, const std::string& base64) {
-    return kxpki::WriteFile(path, kxpki::CertPemFromBase64(base64));
+// Writes sign-cert.pem and enc-cert.pem (from Base64 DER) into dir and names
+// them in out; false after reporting that they could not be written.
+bool WriteCertFiles(const std::string& dir, const std::string& signB64, const std::string& encB64,
+                    Json::Value& out) {
+    const std::string signFile = dir + "/sign-cert.pem";
+    const std::string encFile = dir + "/enc-cert.pem";
+    if (!kxpki::WriteFile(signFile, kxpki::CertPemFromBase64(signB64)) ||
+        !kxpki::WriteFile(encFile, kxpki::CertPemFromBase64(encB64))) {
+        std::cerr << "kxapi: cannot write the certificates to " << dir << "\n";
+        return false;
+    }
+    out["signCertFile"] = signFile;
+    out["encCertFile"] = encFile;
+    return true;
 }
 
 // Reads a Base64 file argument; a usage error when it cannot be read or is empty.
@@ -125,12 +137,6 @@ int CmdCertExpand(const Args& args) {
     code = client.UploadFinish(certOptId, logId, encCert, signCert, ukeyNum);
     if (code != 0) return Fail("CECertExpand::UploadFinish", code);
 
-    const std::string signFile = outDir + "/sign-cert.pem";
-    const std::string encFile = outDir + "/enc-cert.pem";
-    if (!WritePem(signFile, signCert) || !WritePem(encFile, encCert)) {
-        std::cerr << "kxapi: cannot write the certificates to " << outDir << "\n";
-        return 1;
-    }
     Json::Value out;
     out["certOptId"] = static_cast<Json::Int64>(certOptId);
     out["logId"] = static_cast<Json::Int64>(logId);
@@ -138,8 +144,7 @@ int CmdCertExpand(const Args& args) {
     out["polls"] = polls;
     out["sn"] = sn;
     out["authCode"] = authCode;
-    out["signCertFile"] = signFile;
-    out["encCertFile"] = encFile;
+    if (!WriteCertFiles(outDir, signCert, encCert, out)) return 1;
     PrintJson(out);
     return 0;
 }
@@ -166,13 +171,7 @@ int CmdCertApply(const Args& args) {
     out["encryptedKeypair"] = data.encryptedKeypair;
     const std::string outDir = args.get("out-dir");
     if (!outDir.empty()) {
-        if (!WritePem(outDir + "/sign-cert.pem", data.signCert) ||
-            !WritePem(outDir + "/enc-cert.pem", data.encCert)) {
-            std::cerr << "kxapi: cannot write the certificates to " << outDir << "\n";
-            return 1;
-        }
-        out["signCertFile"] = outDir + "/sign-cert.pem";
-        out["encCertFile"] = outDir + "/enc-cert.pem";
+        if (!WriteCertFiles(outDir, data.signCert, data.encCert, out)) return 1;
     } else {
         out["signCert"] = data.signCert;
         out["encCert"] = data.encCert;
