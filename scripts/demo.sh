@@ -89,7 +89,7 @@ if command -v openssl >/dev/null; then
     -subj "/CN=KXUKEY0001" 2>/dev/null
   mkdir -p "$WORK/expanded"
   step "expand the UKey's certificate: four signed steps, polling until issued" ok -- \
-    cert expand --ukey-num KXUKEY0001 --csr "$WORK/ukey.csr" --out-dir "$WORK/expanded" --interval 200
+    cert expand --ukey-num KXUKEY0001 --csr "$WORK/ukey.csr" --out-dir "$WORK/expanded" --interval-ms 200
   openssl x509 -in "$WORK/expanded/sign-cert.pem" -noout -subject -issuer -serial 2>/dev/null | sed 's/^/   /'
   STEP=$((STEP + 1))
   printf '\n== Step %d: both certificates chain to kxsim'"'"'s CA and certify the UKey'"'"'s key\n' "$STEP"

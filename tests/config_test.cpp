@@ -45,38 +45,16 @@ mode_t ModeOf(const std::string& path) {
 
 }  // namespace
 
-TEST(ConfigStore, ReadsIniSyntax) {
+// The rules of the text are IniText's; here the file as it is at each read.
+TEST(ConfigStore, ReadsTheFile) {
     TempEnv env;
-    env.writeConfig(
-        "\xEF\xBB\xBF; leading comment\r\n[Server]\r\n  Url = https://h/x?a=1;b=2#frag  \r\n"
-        "Name=\xD6\xD0\xCE\xC4\r\nempty=\r\n# hidden=1\r\nurl=second occurrence\r\n"
-        "no equals sign\r\n[ other ]\r\nn=42\r\n[server]\r\nlate=yes\r\nName=loses\r\n");
-    EXPECT_EQ("1:https://h/x?a=1;b=2#frag",
-              Read("server", "URL", "fb"));  // no inline comments, no CR
-    EXPECT_EQ("\xD6\xD0\xCE\xC4", Get("Server", "Name"));
-    EXPECT_EQ("1:", Read("Server", "empty", "fb"));
-    EXPECT_EQ("yes", Get("SERVER", "late"));  // a repeated section adds keys
-    EXPECT_EQ("<none>", Get("Server", "hidden"));
-    EXPECT_EQ("<none>", Get("Server", "; leading comment"));
-    EXPECT_EQ("42", Get("other", "n"));
-    // Absent file, section and key all give 0 and the fallback.
+    env.writeConfig("[S]\r\n url = a;b#c \r\nn= -7 \r\nhex=0x10\r\n");
+    EXPECT_EQ("1:a;b#c", Read("s", "URL", "fb"));
+    EXPECT_EQ("1:-7", Read("S", "n", 99));
+    EXPECT_EQ("0:99", Read("S", "hex", 99));  // no decimal number: absent
     EXPECT_EQ("0:fb", Read("Nope", "n", "fb"));
-    EXPECT_EQ("0:fb2", Read("other", "missing", "fb2"));
     ::unlink(env.configPath().c_str());
-    EXPECT_EQ("0:gone", Read("other", "n", "gone"));
-}
-
-TEST(ConfigStore, IntegerForm) {
-    TempEnv env;
-    env.writeConfig(
-        "[I]\nplain=42\nneg= -7 \nplus=+3\nhex=0x10\ntrail=12abc\nempty=\nbig=2147483648\n"
-        "min=-2147483648\nspace=1 2\n");
-    const std::vector<std::pair<const char*, const char*>> cases = {
-        {"plain", "1:42"}, {"neg", "1:-7"},    {"plus", "1:3"},   {"min", "1:-2147483648"},
-        {"hex", "0:99"},   {"trail", "0:99"},  {"empty", "0:99"}, {"big", "0:99"},
-        {"space", "0:99"}, {"absent", "0:99"},
-    };
-    for (const auto& [key, expected] : cases) EXPECT_EQ(expected, Read("I", key, 99)) << key;
+    EXPECT_EQ("0:gone", Read("S", "url", "gone"));
 }
 
 TEST(ConfigStore, RoundTripAndSubstitution) {
@@ -101,46 +79,12 @@ TEST(ConfigStore, RoundTripAndSubstitution) {
     EXPECT_EQ(env.configPath(), IWK_GetConfigFilePath());
 }
 
-TEST(ConfigStore, WriteKeepsEverythingElseByteForByte) {
-    TempEnv env;
-    const std::string before =
-        "; top comment\r\n\r\n[A]\r\n  Key1 =  old value \r\nkey2=x\r\n; comment in A\r\n\r\n"
-        "[B]\r\nk=\xD6\xD0\r\n\t# tabbed comment\r\n[A]\r\nkey1=second\r\ntail=no newline";
-    env.writeConfig(before);
-    ASSERT_TRUE(env.set("a", "KEY1", "new"));
-    std::string expected = before;
-    expected.replace(expected.find("  Key1 =  old value "), 20, "  Key1 =  new");
-    EXPECT_EQ(expected, ReadFileText(env.configPath()));
-
-    // A new key goes after the last key line of the first [A]; a new section at the end.
-    ASSERT_TRUE(env.set("A", "added", "1"));
-    expected.insert(expected.find("key2=x\r\n") + 8, "added=1\r\n");
-    EXPECT_EQ(expected, ReadFileText(env.configPath()));
-    ASSERT_TRUE(env.set("C", "c", "3"));
-    expected += "\r\n[C]\r\nc=3\r\n";
-    EXPECT_EQ(expected, ReadFileText(env.configPath()));
-    EXPECT_EQ("new", Get("A", "key1"));
-    EXPECT_EQ("no newline", Get("A", "tail"));
-
-    // A section without keys takes the new key right after its header; LF stays LF.
-    env.writeConfig("[E]\n; nothing\n[F]\nf=1\n");
-    ASSERT_TRUE(env.set("E", "e", "2"));
-    EXPECT_EQ("[E]\ne=2\n; nothing\n[F]\nf=1\n", ReadFileText(env.configPath()));
-}
-
 TEST(ConfigStore, RefusesWhatCannotBeStored) {
     TempEnv env;
     env.writeConfig("[S]\nk=v\n");
-    const std::string before = ReadFileText(env.configPath());
-    const char* const refused[][3] = {
-        {"S", "k", "a\nb"}, {"S", "k", "a\rb"}, {"S\n", "k", "v"}, {"S]", "k", "v"},
-        {"S", "k=", "v"},   {"S", "[k", "v"},   {"S", ";k", "v"},  {"S", "#k", "v"},
-        {"", "k", "v"},     {"S", "", "v"},     {"S", "k\r", "v"}, {"S", "  ", "v"},
-    };
-    for (const auto& r : refused)
-        EXPECT_EQ(0, IWK_SetConfigByKey(r[0], r[1], r[2])) << r[0] << "/" << r[1];
-    EXPECT_EQ(before, ReadFileText(env.configPath()));
-    EXPECT_EQ("v", Get("S", "k"));
+    EXPECT_EQ(0, IWK_SetConfigByKey("S", "k", "a\nb"));
+    EXPECT_EQ(0, IWK_SetConfigByKey("S", "[k", "v"));
+    EXPECT_EQ("[S]\nk=v\n", ReadFileText(env.configPath()));
 }
 
 TEST(ConfigStore, NewFileIsPrivateAndOldModeIsKept) {

@@ -94,9 +94,33 @@ TEST(EndToEnd, ConfigCommands) {
     ASSERT_TRUE(kxjson::Parse(r.out, out));
     EXPECT_EQ("s3cret", IWK_DecryptEncryptedConfigInfo(out["value"].asString()));
 
-    r = RunTool({kxtest::kKxapiBin, "cert-services"});
-    EXPECT_EQ(2, r.status);
-    EXPECT_NE(std::string::npos, r.err.find("usage: kxapi cert-services"));
+    // Usage errors (2) and a section without a server (1), before any request.
+    std::ofstream(env.dir() + "/x.csr") << "x";
+    struct Refused {
+        std::vector<std::string> args;
+        int status;
+        std::string message;
+    };
+    const Refused refused[] = {
+        {{"cert-services"}, 2, "usage: kxapi cert-services"},
+        {{"cert", "expand", "--ukey-num", "U", "--csr", env.dir() + "/x.csr", "--interval-ms", "9"},
+         2,
+         "--interval-ms is at least 10"},
+        {{"platform", "sign", "--org", "o", "--account", "a", "--doc", "d", "--timeout", "0"},
+         2,
+         "--timeout at least 1"},
+        {{"platform", "encrypt-task", "--account", "a", "--interval-ms", "100x"},
+         2,
+         "--interval-ms is at least 10"},
+        {{"cert", "check", "--cert", env.dir() + "/x.csr", "--section", "Nope"},
+         1,
+         "section [Nope] holds no complete server description"},
+    };
+    for (const Refused& c : refused) {
+        r = RunKxapi(config, c.args);
+        EXPECT_EQ(c.status, r.status) << c.message;
+        EXPECT_NE(std::string::npos, r.err.find(c.message)) << r.err;
+    }
     r = RunTool({kxtest::kKxapiBin, "no-such-command"});
     EXPECT_EQ(2, r.status);
     r = RunTool({kxtest::kKxapiBin, "cert-services", "--help"});

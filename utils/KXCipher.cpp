@@ -1,19 +1,11 @@
 // Enciphered configuration values: "KXENC1:" + Base64(IV || ciphertext || tag),
 // AES-256-GCM under a per-user key file.
-#include "KXPaths.h"
 #include "KXUtils.h"
+#include "os/KXOs.h"
 
-#include <cerrno>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <string>
-#include <vector>
-
-#include <fcntl.h>
-#include <pwd.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <openssl/crypto.h>
 #include <openssl/evp.h>
@@ -48,9 +40,9 @@ struct CipherCtx {
 // Next to the default store, whatever KX_CONFIG_FILE says: the key belongs
 // to the user, not to one store.
 std::string KeyFilePath() {
-    const char* explicitPath = std::getenv("KX_CONFIG_KEY_FILE");
-    if (explicitPath && *explicitPath) return explicitPath;
-    return kxutils::UserFile("XDG_CONFIG_HOME", ".config", "config.key");
+    const std::string explicitPath = kxos::GetEnv("KX_CONFIG_KEY_FILE");
+    if (!explicitPath.empty()) return explicitPath;
+    return kxos::UserFile(kxos::UserDir::Config, "config.key");
 }
 
 int HexValue(char c) {
@@ -64,20 +56,13 @@ enum class KeyRead { Ok, Absent, Bad };
 
 // The file holds 64 hex characters and at most one line end.
 KeyRead ReadKey(const std::string& path, KeyBuffer& key) {
-    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) return errno == ENOENT ? KeyRead::Absent : KeyRead::Bad;
+    kxos::File file = kxos::File::OpenRead(path);
+    if (!file.ok()) return file.absent() ? KeyRead::Absent : KeyRead::Bad;
     char text[80];
-    size_t len = 0;
-    for (;;) {
-        const ssize_t n = ::read(fd, text + len, sizeof text - len);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) break;
-        len += static_cast<size_t>(n);
-        if (len == sizeof text) break;
-    }
-    ::close(fd);
+    const long long len = file.Read(text, sizeof text);
+    file.Close();
     KeyRead result = KeyRead::Bad;
-    size_t hexLen = len;
+    size_t hexLen = len > 0 ? static_cast<size_t>(len) : 0;
     if (hexLen > 0 && text[hexLen - 1] == '\n') --hexLen;
     if (hexLen > 0 && text[hexLen - 1] == '\r') --hexLen;
     if (hexLen == kKeyLen * 2) {
@@ -100,7 +85,7 @@ KeyRead ReadKey(const std::string& path, KeyBuffer& key) {
 // temporary file first and then linked into place, which fails when another
 // process got there first; a reader so never sees a half-written key.
 KeyRead CreateKey(const std::string& path, KeyBuffer& key) {
-    if (!kxutils::MakeParentDirs(path)) return KeyRead::Bad;
+    if (!kxos::MakeParentDirs(path)) return KeyRead::Bad;
     if (RAND_bytes(key.bytes, static_cast<int>(kKeyLen)) != 1) return KeyRead::Bad;
     static const char hex[] = "0123456789abcdef";
     char text[kKeyLen * 2 + 1];
@@ -109,26 +94,10 @@ KeyRead CreateKey(const std::string& path, KeyBuffer& key) {
         text[2 * i + 1] = hex[key.bytes[i] & 0x0F];
     }
     text[kKeyLen * 2] = '\n';
-
-    std::string tmp = path + ".tmpXXXXXX";
-    const int fd = ::mkostemp(&tmp[0], O_CLOEXEC);
-    bool written = false;
-    if (fd >= 0) {
-        written = ::fchmod(fd, 0600) == 0 &&
-                  ::write(fd, text, sizeof text) == static_cast<ssize_t>(sizeof text) &&
-                  ::fsync(fd) == 0;
-        written = (::close(fd) == 0) && written;
-    }
+    const kxos::CreateResult created = kxos::CreateFileOnce(path, text, sizeof text, 0600);
     OPENSSL_cleanse(text, sizeof text);
-    if (!written) {
-        if (fd >= 0) ::unlink(tmp.c_str());
-        return KeyRead::Bad;
-    }
-    const int linked = ::link(tmp.c_str(), path.c_str());
-    const int linkErr = errno;
-    ::unlink(tmp.c_str());
-    if (linked == 0) return KeyRead::Ok;
-    if (linkErr == EEXIST) return ReadKey(path, key);
+    if (created == kxos::CreateResult::Created) return KeyRead::Ok;
+    if (created == kxos::CreateResult::Exists) return ReadKey(path, key);
     return KeyRead::Bad;
 }
 

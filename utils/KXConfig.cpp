@@ -1,249 +1,44 @@
-// The configuration store: one INI file, read through a stat-validated cache
-// and rewritten atomically (temporary file + rename) under a file lock.
+// The configuration store: one INI file (its text rules in KXIni.h), read
+// through a stat-validated cache and rewritten atomically (temporary file +
+// rename) under a file lock.
+#include "KXAscii.h"
 #include "KXConfigSnapshot.h"
-#include "KXPaths.h"
+#include "KXIni.h"
 #include "KXUtils.h"
+#include "os/KXOs.h"
 
 #include <atomic>
-#include <cerrno>
-#include <climits>
-#include <cstdlib>
-#include <ctime>
 #include <memory>
 #include <mutex>
 #include <string>
-#include <unordered_map>
-#include <utility>
-#include <vector>
-
-#include <fcntl.h>
-#include <pwd.h>
-#include <sys/file.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace {
 
-// Lower-cased "section\nkey" -> value; a line cannot hold '\n', so the joined
-// form is unambiguous.
-using Store = std::unordered_map<std::string, std::string>;
-
-const char kBom[] = "\xEF\xBB\xBF";
-
-bool IsBlank(char c) {
-    return c == ' ' || c == '\t';
-}
-
-std::string Trim(const std::string& s, size_t from = 0, size_t to = std::string::npos) {
-    if (to > s.size()) to = s.size();
-    while (from < to && IsBlank(s[from])) ++from;
-    while (to > from && IsBlank(s[to - 1])) --to;
-    return s.substr(from, to - from);
-}
-
-std::string Lower(const std::string& s) {
-    std::string out(s);
-    for (char& c : out) {
-        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-    }
-    return out;
-}
-
-bool EqualNoCase(const std::string& a, const std::string& b) {
-    return IWK_Compare(a, b, true) == 0;
-}
-
-std::string StoreKey(const std::string& section, const std::string& key) {
-    return Lower(section) + '\n' + Lower(key);
-}
-
-enum class LineKind { Other, Blank, Comment, Section, Key };
-
-struct LineInfo {
-    LineKind kind = LineKind::Other;
-    std::string name;    // section name or key, trimmed
-    size_t valueAt = 0;  // Key: offset of the value's first non-blank byte
-    std::string value;   // Key: trimmed value
-};
-
-// Classifies one line (without its line end). `skip` bytes at the front are
-// ignored: the byte order mark of the first line.
-LineInfo Classify(const std::string& line, size_t skip) {
-    LineInfo info;
-    size_t i = skip;
-    while (i < line.size() && IsBlank(line[i])) ++i;
-    if (i == line.size()) {
-        info.kind = LineKind::Blank;
-        return info;
-    }
-    if (line[i] == ';' || line[i] == '#') {
-        info.kind = LineKind::Comment;
-        return info;
-    }
-    if (line[i] == '[') {
-        const size_t close = line.find(']', i + 1);
-        if (close == std::string::npos) return info;
-        info.kind = LineKind::Section;
-        info.name = Trim(line, i + 1, close);
-        return info;
-    }
-    const size_t eq = line.find('=', i);
-    if (eq == std::string::npos) return info;
-    info.name = Trim(line, i, eq);
-    if (info.name.empty()) return info;
-    info.kind = LineKind::Key;
-    size_t v = eq + 1;
-    while (v < line.size() && IsBlank(line[v])) ++v;
-    info.valueAt = v;
-    info.value = Trim(line, v);
-    return info;
-}
-
-// One line of the file and the line end that followed it ("" for a last line
-// without one), so that a rewrite can keep every byte it does not change.
-struct RawLine {
-    std::string body;
-    std::string eol;
-};
-
-std::vector<RawLine> SplitLines(const std::string& text) {
-    std::vector<RawLine> lines;
-    size_t pos = 0;
-    while (pos < text.size()) {
-        const size_t nl = text.find('\n', pos);
-        RawLine line;
-        if (nl == std::string::npos) {
-            line.body = text.substr(pos);
-            pos = text.size();
-        } else {
-            line.body = text.substr(pos, nl - pos);
-            line.eol = "\n";
-            if (!line.body.empty() && line.body.back() == '\r') {
-                line.body.pop_back();
-                line.eol = "\r\n";
-            }
-            pos = nl + 1;
-        }
-        lines.push_back(std::move(line));
-    }
-    return lines;
-}
-
-size_t BomLength(const std::vector<RawLine>& lines, size_t index) {
-    if (index != 0 || lines.empty()) return 0;
-    return lines[0].body.compare(0, 3, kBom) == 0 ? 3 : 0;
-}
-
-std::shared_ptr<const Store> Parse(const std::string& text) {
-    auto store = std::make_shared<Store>();
-    const std::vector<RawLine> lines = SplitLines(text);
-    std::string section;
-    for (size_t i = 0; i < lines.size(); ++i) {
-        const LineInfo info = Classify(lines[i].body, BomLength(lines, i));
-        if (info.kind == LineKind::Section) {
-            section = info.name;
-        } else if (info.kind == LineKind::Key) {
-            // emplace keeps an existing entry: the first occurrence wins.
-            store->emplace(StoreKey(section, info.name), info.value);
-        }
-    }
-    return store;
-}
-
-// ---------------------------------------------------------------------------
-// Files
-
-class Fd {
-public:
-    explicit Fd(int fd = -1) : fd_(fd) {}
-    ~Fd() {
-        if (fd_ >= 0) ::close(fd_);
-    }
-    Fd(const Fd&) = delete;
-    Fd& operator=(const Fd&) = delete;
-    int get() const { return fd_; }
-    int release() {
-        const int fd = fd_;
-        fd_ = -1;
-        return fd;
-    }
-
-private:
-    int fd_;
-};
-
-bool ReadAll(int fd, std::string& out) {
-    out.clear();
-    char buf[65536];
-    for (;;) {
-        const ssize_t n = ::read(fd, buf, sizeof buf);
-        if (n < 0) {
-            if (errno == EINTR) continue;
-            return false;
-        }
-        if (n == 0) return true;
-        out.append(buf, static_cast<size_t>(n));
-    }
-}
-
-bool WriteAll(int fd, const std::string& data) {
-    size_t done = 0;
-    while (done < data.size()) {
-        const ssize_t n = ::write(fd, data.data() + done, data.size() - done);
-        if (n < 0) {
-            if (errno == EINTR) continue;
-            return false;
-        }
-        done += static_cast<size_t>(n);
-    }
-    return true;
-}
+// The parsed text of the store.
+using Store = kxini::Values;
 
 std::string DefaultConfigPath() {
-    return kxutils::UserFile("XDG_CONFIG_HOME", ".config", "KXServerApi.ini");
+    return kxos::UserFile(kxos::UserDir::Config, "KXServerApi.ini");
 }
 
 // ---------------------------------------------------------------------------
 // Cache
 
-struct Stamp {
-    dev_t dev = 0;
-    ino_t ino = 0;
-    off_t size = 0;
-    struct timespec mtim = {0, 0};
-    struct timespec ctim = {0, 0};
-};
-
-Stamp StampOf(const struct stat& st) {
-    Stamp s;
-    s.dev = st.st_dev;
-    s.ino = st.st_ino;
-    s.size = st.st_size;
-    s.mtim = st.st_mtim;
-    s.ctim = st.st_ctim;
-    return s;
-}
-
-bool SameStamp(const Stamp& a, const Stamp& b) {
-    return a.dev == b.dev && a.ino == b.ino && a.size == b.size && a.mtim.tv_sec == b.mtim.tv_sec &&
-           a.mtim.tv_nsec == b.mtim.tv_nsec && a.ctim.tv_sec == b.ctim.tv_sec &&
-           a.ctim.tv_nsec == b.ctim.tv_nsec;
+bool SameStamp(const kxos::FileStamp& a, const kxos::FileStamp& b) {
+    return kxos::SameFile(a, b) && a.size == b.size && a.mtimeNs == b.mtimeNs &&
+           a.ctimeNs == b.ctimeNs;
 }
 
 // A file modified within the last two seconds may change again without its
 // timestamps moving (coarse file system clocks), so it is never trusted.
-bool IsRacy(const Stamp& s) {
-    struct timespec now;
-    if (::clock_gettime(CLOCK_REALTIME, &now) != 0) return true;
-    const long long nowNs = static_cast<long long>(now.tv_sec) * 1000000000LL + now.tv_nsec;
-    const long long mNs = static_cast<long long>(s.mtim.tv_sec) * 1000000000LL + s.mtim.tv_nsec;
-    return nowNs - mNs <= 2000000000LL;
+bool IsRacy(const kxos::FileStamp& s) {
+    return kxos::WallClockNs() - s.mtimeNs <= 2000000000LL;
 }
 
 struct Cache {
     bool valid = false;
     std::string path;
-    Stamp stamp;
+    kxos::FileStamp stamp;
     std::shared_ptr<const Store> store;
 };
 
@@ -266,28 +61,26 @@ std::shared_ptr<const Store> EmptyStore() {
 std::shared_ptr<const Store> LoadStore() {
     const std::string path = IWK_GetConfigFilePath();
     if (path.empty()) return EmptyStore();
-    struct stat st;
-    if (::stat(path.c_str(), &st) != 0) return EmptyStore();
+    kxos::FileStamp stamp;
+    if (!kxos::StatPath(path, stamp)) return EmptyStore();
     {
         std::lock_guard<std::mutex> lock(g_cacheMutex);
         const Cache& cache = TheCache();
-        if (cache.valid && cache.path == path && SameStamp(cache.stamp, StampOf(st)) &&
+        if (cache.valid && cache.path == path && SameStamp(cache.stamp, stamp) &&
             !IsRacy(cache.stamp)) {
             return cache.store;
         }
     }
-    Fd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    if (fd.get() < 0) return EmptyStore();
+    kxos::File file = kxos::File::OpenRead(path);
     // Stamp and text both come from the open file, so they always agree.
-    if (::fstat(fd.get(), &st) != 0) return EmptyStore();
     std::string text;
-    if (!ReadAll(fd.get(), text)) return EmptyStore();
-    std::shared_ptr<const Store> store = Parse(text);
+    if (!file.Stamp(stamp) || !file.ReadAll(text)) return EmptyStore();
+    std::shared_ptr<const Store> store = std::make_shared<const Store>(text);
     std::lock_guard<std::mutex> lock(g_cacheMutex);
     Cache& cache = TheCache();
     cache.valid = true;
     cache.path = path;
-    cache.stamp = StampOf(st);
+    cache.stamp = stamp;
     cache.store = store;
     return store;
 }
@@ -302,150 +95,41 @@ void InvalidateCache() {
     cache.store.reset();
 }
 
-// ---------------------------------------------------------------------------
-// Writing
-
-bool HasLineBreak(const std::string& s) {
-    return s.find_first_of("\r\n") != std::string::npos;
-}
-
-bool ValidForWrite(const std::string& section, const std::string& key, const std::string& value) {
-    if (section.empty() || key.empty()) return false;
-    if (HasLineBreak(section) || HasLineBreak(key) || HasLineBreak(value)) return false;
-    if (section.find(']') != std::string::npos) return false;
-    if (key.find('=') != std::string::npos) return false;
-    // Names are stored trimmed; the first byte left must not make the line
-    // read as a section or a comment.
-    const std::string name = Trim(key);
-    if (Trim(section).empty() || name.empty()) return false;
-    if (name[0] == '[' || name[0] == ';' || name[0] == '#') return false;
-    return true;
-}
-
-// Returns the text with the key set, changing nothing else.
-std::string EditText(const std::string& text, const std::string& section, const std::string& key,
-                     const std::string& value) {
-    std::vector<RawLine> lines = SplitLines(text);
-    std::string eolStyle = "\n";
-    for (const RawLine& l : lines) {
-        if (!l.eol.empty()) {
-            eolStyle = l.eol;
-            break;
-        }
-    }
-    const std::string wantSection = Trim(section);
-    const std::string wantKey = Trim(key);
-
-    bool inMatch = false;
-    bool inFirstMatch = false;
-    long firstSection = -1;
-    long lastKeyOfFirst = -1;
-    for (size_t i = 0; i < lines.size(); ++i) {
-        const LineInfo info = Classify(lines[i].body, BomLength(lines, i));
-        if (info.kind == LineKind::Section) {
-            inMatch = EqualNoCase(info.name, wantSection);
-            inFirstMatch = inMatch && firstSection < 0;
-            if (inFirstMatch) firstSection = static_cast<long>(i);
-        } else if (info.kind == LineKind::Key && inMatch) {
-            if (EqualNoCase(info.name, wantKey)) {
-                // Same key spelling, spacing and line end; only the value changes.
-                lines[i].body = lines[i].body.substr(0, info.valueAt) + value;
-                std::string out;
-                for (const RawLine& l : lines) out += l.body + l.eol;
-                return out;
-            }
-            if (inFirstMatch) lastKeyOfFirst = static_cast<long>(i);
-        }
-    }
-
-    const std::string newLine = wantKey + "=" + value;
-    if (firstSection >= 0) {
-        const size_t at = static_cast<size_t>(lastKeyOfFirst >= 0 ? lastKeyOfFirst : firstSection);
-        if (lines[at].eol.empty()) lines[at].eol = eolStyle;
-        lines.insert(lines.begin() + static_cast<long>(at) + 1, RawLine{newLine, eolStyle});
-    } else {
-        if (!lines.empty() && lines.back().eol.empty()) lines.back().eol = eolStyle;
-        lines.push_back(RawLine{"[" + wantSection + "]", eolStyle});
-        lines.push_back(RawLine{newLine, eolStyle});
-    }
-    std::string out;
-    for (const RawLine& l : lines) out += l.body + l.eol;
-    return out;
-}
-
-bool ReplaceFile(const std::string& target, const std::string& content, mode_t mode) {
-    std::string tmp = target + ".tmpXXXXXX";
-    Fd fd(::mkostemp(&tmp[0], O_CLOEXEC));
-    if (fd.get() < 0) return false;
-    const bool ok = ::fchmod(fd.get(), mode) == 0 && WriteAll(fd.get(), content) &&
-                    ::fsync(fd.get()) == 0 && ::close(fd.release()) == 0;
-    if (!ok || ::rename(tmp.c_str(), target.c_str()) != 0) {
-        ::unlink(tmp.c_str());
-        return false;
-    }
-    // The rename itself must reach the disk too.
-    Fd dir(::open(kxutils::DirName(target).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (dir.get() >= 0) ::fsync(dir.get());
-    return true;
-}
-
 bool SetKey(const std::string& section, const std::string& key, const std::string& value) {
     const std::string path = IWK_GetConfigFilePath();
     if (path.empty()) return false;
 
     std::lock_guard<std::mutex> guard(g_writeMutex);
-    if (!kxutils::MakeParentDirs(path)) return false;
-    const std::string lockPath = path + ".lock";
-    Fd lockFd(::open(lockPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
-    if (lockFd.get() < 0) return false;
-    while (::flock(lockFd.get(), LOCK_EX) != 0) {
-        if (errno != EINTR) return false;
-    }
+    if (!kxos::MakeParentDirs(path)) return false;
+    const kxos::FileLock lock(path + ".lock");
+    if (!lock.held()) return false;
 
     // A store that is a symbolic link stays one: the file it names is replaced.
-    std::string target = path;
-    if (char* real = ::realpath(path.c_str(), nullptr)) {
-        target = real;
-        std::free(real);
-    }
-
+    const std::string target = kxos::ResolvePath(path);
     std::string text;
-    mode_t mode = 0600;
-    Fd in(::open(target.c_str(), O_RDONLY | O_CLOEXEC));
-    if (in.get() >= 0) {
-        struct stat st;
-        if (::fstat(in.get(), &st) != 0 || !ReadAll(in.get(), text)) return false;
-        mode = st.st_mode & 07777;
-    } else if (errno != ENOENT) {
+    unsigned mode = 0600;
+    kxos::File in = kxos::File::OpenRead(target);
+    if (in.ok()) {
+        kxos::FileStamp stamp;
+        if (!in.Stamp(stamp) || !in.ReadAll(text)) return false;
+        mode = stamp.mode;
+    } else if (!in.absent()) {
         // Never replace a file that exists but cannot be read.
         return false;
     }
 
-    const bool ok = ReplaceFile(target, EditText(text, section, key, value), mode);
+    if (!kxini::SetKey(text, section, key, value)) return false;
+    const bool ok = kxos::ReplaceFile(target, text, mode);
     InvalidateCache();
     return ok;
-}
-
-bool ParseInt(const std::string& text, int& out) {
-    if (text.empty()) return false;
-    const char c = text[0];
-    if (!(c == '+' || c == '-' || (c >= '0' && c <= '9'))) return false;
-    errno = 0;
-    char* end = nullptr;
-    const long v = std::strtol(text.c_str(), &end, 10);
-    if (errno == ERANGE || end != text.c_str() + text.size()) return false;
-    if (v < INT_MIN || v > INT_MAX) return false;
-    out = static_cast<int>(v);
-    return true;
 }
 
 }  // namespace
 
 std::string IWK_GetConfigFilePath() {
     try {
-        const char* explicitPath = std::getenv("KX_CONFIG_FILE");
-        if (explicitPath && *explicitPath) return explicitPath;
-        return DefaultConfigPath();
+        const std::string explicitPath = kxos::GetEnv("KX_CONFIG_FILE");
+        return explicitPath.empty() ? DefaultConfigPath() : explicitPath;
     } catch (...) {
         return std::string();
     }
@@ -471,13 +155,7 @@ int ConfigSnapshot::Get(const std::string& section, const std::string& key, std:
                         const std::string& fallback) const {
     try {
         const Store* store = static_cast<const Store*>(store_.get());
-        if (store != nullptr) {
-            const auto it = store->find(StoreKey(Trim(section), Trim(key)));
-            if (it != store->end()) {
-                value = it->second;
-                return 1;
-            }
-        }
+        if (store != nullptr && store->Find(section, key, value)) return 1;
         value = fallback;
         return 0;
     } catch (...) {
@@ -494,7 +172,7 @@ int ConfigSnapshot::Get(const std::string& section, const std::string& key, int&
     try {
         std::string text;
         int parsed = 0;
-        if (Get(section, key, text, std::string()) && ParseInt(text, parsed)) {
+        if (Get(section, key, text, std::string()) && kxascii::ParseInt(text, parsed)) {
             value = parsed;
             return 1;
         }
@@ -519,7 +197,7 @@ int IWK_GetConfigByKey(const std::string& section, const std::string& key, int& 
 int IWK_SetConfigByKey(const std::string& section, const std::string& key,
                        const std::string& value) {
     try {
-        if (!ValidForWrite(section, key, value)) return 0;
+        if (!kxini::CanSet(section, key, value)) return 0;
         return SetKey(section, key, value) ? 1 : 0;
     } catch (...) {
         return 0;

@@ -6,6 +6,8 @@
 #include <memory>
 #include <string>
 
+#include "KXConfigKeys.h"
+
 namespace kxutils {
 
 class ConfigSnapshot {
@@ -20,10 +22,16 @@ public:
     int Get(const std::string& section, const std::string& key, std::string& value,
             const std::string& fallback) const;
     int Get(const std::string& section, const std::string& key, int& value, int fallback) const;
+    // As IWK_GetConfig: a key of the table in its section, with its default.
+    int Get(KXKey key, std::string& value) const;
+    int Get(KXKey key, int& value) const;
 
 private:
     std::shared_ptr<const void> store_;
 };
+
+// The table default of a key as a number (0 when it is none).
+int DefaultInt(KXKey key);
 
 // Counts the writes of this process to the store.
 unsigned long ConfigGeneration();

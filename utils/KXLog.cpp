@@ -1,193 +1,16 @@
 // The log: one line per call, secrets masked, appended to a size-rotated file.
 #include "KXConfigSnapshot.h"
-#include "KXPaths.h"
+#include "KXMask.h"
 #include "KXUtils.h"
+#include "os/KXOs.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
-#include <cstdlib>
-#include <ctime>
-#include <memory>
 #include <mutex>
 #include <string>
-#include <vector>
-
-#include <fcntl.h>
-#include <pwd.h>
-#include <sys/stat.h>
-#include <sys/syscall.h>
-#include <unistd.h>
 
 namespace {
-
-const char kSection[] = "KXUtils";
-const char kMask[] = "******";
-const int kDefaultMaxBytes = 10485760;
-
-// ---------------------------------------------------------------------------
-// Masking
-
-// Registered secrets, replaced as a whole list so that a line masks against
-// a consistent copy without holding the lock. Never destroyed: a static
-// destructor elsewhere may still log at exit.
-struct SecretList {
-    std::mutex mutex;
-    std::shared_ptr<const std::vector<std::string>> list =
-        std::make_shared<const std::vector<std::string>>();
-};
-
-SecretList& SecretState() {
-    static SecretList* state = new SecretList;
-    return *state;
-}
-
-std::shared_ptr<const std::vector<std::string>> Secrets() {
-    SecretList& state = SecretState();
-    std::lock_guard<std::mutex> lock(state.mutex);
-    return state.list;
-}
-
-const char* const kSecretKeys[] = {"password", "passwd",        "pwd",       "signPwd",
-                                   "secret",   "ProjectSecret", "appSecret", "X-KX-Signature"};
-
-char Lower(char c) {
-    return (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
-bool MatchNoCase(const std::string& s, size_t at, const char* word) {
-    for (size_t k = 0; word[k]; ++k) {
-        if (at + k >= s.size() || Lower(s[at + k]) != Lower(word[k])) return false;
-    }
-    return true;
-}
-
-bool IsBlank(char c) {
-    return c == ' ' || c == '\t';
-}
-
-bool EndsPlainValue(char c) {
-    return c == '&' || c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == '"' || c == '\'' ||
-           c == ',' || c == ';' || c == '>';
-}
-
-// End of a JSON string body that starts at `from` (just after the opening
-// quote); with `escaped` the quotes themselves stand as \" (JSON in a JSON string).
-size_t JsonStringEnd(const std::string& s, size_t from, bool escaped) {
-    if (escaped) {
-        const size_t end = s.find("\\\"", from);
-        return end == std::string::npos ? s.size() : end;
-    }
-    size_t i = from;
-    while (i < s.size() && s[i] != '"') i += (s[i] == '\\') ? 2 : 1;
-    return std::min(i, s.size());
-}
-
-// Finds the value that follows a key name ending at `j`. On success [begin, end)
-// is the text to hide.
-bool FindValue(const std::string& s, size_t j, size_t& begin, size_t& end) {
-    if (j >= s.size()) return false;
-    if (s[j] == '=') {
-        // key=value, as in a query or a form body.
-        size_t v = j + 1;
-        if (v < s.size() && (s[v] == '"' || s[v] == '\'')) {
-            const size_t close = s.find(s[v], v + 1);
-            begin = v + 1;
-            end = close == std::string::npos ? s.size() : close;
-            return end > begin;
-        }
-        begin = v;
-        while (v < s.size() && !EndsPlainValue(s[v])) ++v;
-        end = v;
-        return end > begin;
-    }
-    if (s[j] == '"' || (s[j] == '\\' && j + 1 < s.size() && s[j + 1] == '"')) {
-        // "key":"value" or "key":123, plain or escaped inside another string.
-        const bool escaped = s[j] == '\\';
-        size_t v = j + (escaped ? 2 : 1);
-        while (v < s.size() && IsBlank(s[v])) ++v;
-        if (v >= s.size() || s[v] != ':') return false;
-        ++v;
-        while (v < s.size() && IsBlank(s[v])) ++v;
-        if (v >= s.size()) return false;
-        if (escaped ? (s[v] == '\\' && v + 1 < s.size() && s[v + 1] == '"') : s[v] == '"') {
-            begin = v + (escaped ? 2 : 1);
-            end = JsonStringEnd(s, begin, escaped);
-            return end > begin;
-        }
-        if (s[v] == '-' || (s[v] >= '0' && s[v] <= '9')) {
-            begin = v;
-            while (v < s.size() && s[v] != ',' && s[v] != '}' && s[v] != ']' && !IsBlank(s[v]) &&
-                   s[v] != '\r' && s[v] != '\n' && s[v] != '\\') {
-                ++v;
-            }
-            end = v;
-            return end > begin;
-        }
-        return false;
-    }
-    if (s[j] == ':') {
-        // key: value, a header line: the rest of the line.
-        size_t v = j + 1;
-        while (v < s.size() && IsBlank(s[v])) ++v;
-        begin = v;
-        while (v < s.size() && s[v] != '\r' && s[v] != '\n') ++v;
-        end = v;
-        return end > begin;
-    }
-    return false;
-}
-
-std::string MaskKeys(const std::string& s) {
-    std::string out;
-    out.reserve(s.size());
-    size_t copied = 0;
-    size_t i = 0;
-    while (i < s.size()) {
-        const char c = Lower(s[i]);
-        // Every key starts with one of these letters; skip the rest quickly.
-        if (c != 'p' && c != 's' && c != 'a' && c != 'x') {
-            ++i;
-            continue;
-        }
-        bool masked = false;
-        for (const char* key : kSecretKeys) {
-            if (!MatchNoCase(s, i, key)) continue;
-            size_t begin = 0, end = 0;
-            if (FindValue(s, i + std::char_traits<char>::length(key), begin, end)) {
-                out.append(s, copied, begin - copied);
-                out += kMask;
-                copied = end;
-                i = end;
-                masked = true;
-                break;
-            }
-        }
-        if (!masked) ++i;
-    }
-    out.append(s, copied, std::string::npos);
-    return out;
-}
-
-std::string MaskText(const std::string& text) {
-    std::string s = text;
-    const auto secrets = Secrets();
-    for (const std::string& secret : *secrets) {
-        size_t pos = s.find(secret);
-        if (pos == std::string::npos) continue;
-        std::string out;
-        size_t from = 0;
-        for (; pos != std::string::npos; pos = s.find(secret, from)) {
-            out.append(s, from, pos - from);
-            out += kMask;
-            from = pos + secret.size();
-        }
-        out.append(s, from, std::string::npos);
-        s.swap(out);
-    }
-    return MaskKeys(s);
-}
 
 // ---------------------------------------------------------------------------
 // Line text
@@ -211,12 +34,7 @@ bool FormatV(const char* format, va_list ap, std::string& out) {
 }
 
 std::string Prefix(int level) {
-    struct timespec now;
-    ::clock_gettime(CLOCK_REALTIME, &now);
-    struct tm tm;
-    ::localtime_r(&now.tv_sec, &tm);
-    // A thread keeps its id: asked once.
-    static thread_local const long tid = static_cast<long>(::syscall(SYS_gettid));
+    const kxos::LocalTime now = kxos::LocalTimeNow();
     std::string levelName;
     switch (level) {
         case KX_LOG_TRACE:
@@ -236,9 +54,9 @@ std::string Prefix(int level) {
             break;
     }
     char head[96];
-    const int n = std::snprintf(head, sizeof head, "%04d-%02d-%02d %02d:%02d:%02d.%03ld %ld ",
-                                tm.tm_year + 1900, tm.tm_mon + 1, tm.tm_mday, tm.tm_hour, tm.tm_min,
-                                tm.tm_sec, now.tv_nsec / 1000000L, tid);
+    const int n = std::snprintf(head, sizeof head, "%04d-%02d-%02d %02d:%02d:%02d.%03d %ld ",
+                                now.year, now.month, now.day, now.hour, now.minute, now.second,
+                                now.millisecond, kxos::ThreadId());
     std::string out(head, n > 0 ? std::min(static_cast<size_t>(n), sizeof head - 1) : 0);
     return out + levelName + " ";
 }
@@ -250,8 +68,8 @@ std::string Prefix(int level) {
 // kSettingsRefreshMs, so that a line costs no look at the store; a write to
 // the store by this process, or another store file, counts at once.
 struct LogSettings {
-    int minLevel = 1;
-    int maxBytes = kDefaultMaxBytes;
+    int minLevel = 0;  // LogLevel
+    int maxBytes = 0;  // LogMaxBytes
     std::string file;  // LogFile
 };
 
@@ -273,9 +91,7 @@ SettingsCache& TheSettingsCache() {
 }
 
 LogSettings CurrentSettings() {
-    struct timespec now;
-    ::clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
-    const long long nowMs = static_cast<long long>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
+    const long long nowMs = kxos::MonotonicMs();
     const std::string configPath = IWK_GetConfigFilePath();
     const unsigned long generation = kxutils::ConfigGeneration();
     SettingsCache& cache = TheSettingsCache();
@@ -288,10 +104,10 @@ LogSettings CurrentSettings() {
     }
     const kxutils::ConfigSnapshot config;
     LogSettings settings;
-    config.Get(kSection, "LogLevel", settings.minLevel, 1);
-    config.Get(kSection, "LogMaxBytes", settings.maxBytes, kDefaultMaxBytes);
-    if (settings.maxBytes <= 0) settings.maxBytes = kDefaultMaxBytes;
-    config.Get(kSection, "LogFile", settings.file, std::string());
+    config.Get(KXKey::LogLevel, settings.minLevel);
+    config.Get(KXKey::LogMaxBytes, settings.maxBytes);
+    if (settings.maxBytes <= 0) settings.maxBytes = kxutils::DefaultInt(KXKey::LogMaxBytes);
+    config.Get(KXKey::LogFile, settings.file);
     std::lock_guard<std::mutex> lock(cache.mutex);
     cache.valid = true;
     cache.readAtMs = nowMs;
@@ -302,23 +118,11 @@ LogSettings CurrentSettings() {
 }
 
 std::string LogPath(const LogSettings& settings) {
-    const char* env = std::getenv("KX_LOG_FILE");
-    if (env && *env) return env;
+    const std::string env = kxos::GetEnv("KX_LOG_FILE");
+    if (!env.empty()) return env;
     if (!settings.file.empty()) return settings.file;
-    const std::string path = kxutils::UserFile("XDG_STATE_HOME", ".local/state", "KXServerApi.log");
+    const std::string path = kxos::UserFile(kxos::UserDir::State, "KXServerApi.log");
     return path.empty() ? "-" : path;
-}
-
-void WriteAll(int fd, const std::string& data) {
-    size_t done = 0;
-    while (done < data.size()) {
-        const ssize_t n = ::write(fd, data.data() + done, data.size() - done);
-        if (n < 0) {
-            if (errno == EINTR) continue;
-            return;
-        }
-        done += static_cast<size_t>(n);
-    }
 }
 
 // The open log file. Guarded by g_sinkMutex, which also keeps lines whole.
@@ -327,32 +131,25 @@ void WriteAll(int fd, const std::string& data) {
 // write and the size is counted here.
 const long long kSinkCheckMs = 1000;
 
-long long MonotonicMs() {
-    struct timespec now;
-    ::clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
-    return static_cast<long long>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
-}
-
 struct Sink {
     std::string path;
-    int fd = -1;
+    kxos::File file;
     unsigned long long size = 0;  // of the open file, as far as this process knows
     long long checkedAtMs = 0;
 
     void Close() {
-        if (fd >= 0) ::close(fd);
-        fd = -1;
+        file.Close();
         path.clear();
     }
 
     bool Open(const std::string& p) {
         Close();
-        if (!kxutils::MakeParentDirs(p)) return false;
-        fd = ::open(p.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
-        if (fd < 0) return false;
-        struct stat st;
-        size = ::fstat(fd, &st) == 0 ? static_cast<unsigned long long>(st.st_size) : 0;
-        checkedAtMs = MonotonicMs();
+        if (!kxos::MakeParentDirs(p)) return false;
+        file = kxos::File::OpenAppend(p, 0600);
+        if (!file.ok()) return false;
+        kxos::FileStamp stamp;
+        size = file.Stamp(stamp) ? static_cast<unsigned long long>(stamp.size) : 0;
+        checkedAtMs = kxos::MonotonicMs();
         path = p;
         return true;
     }
@@ -360,13 +157,12 @@ struct Sink {
     // Open on `p`, and on the file that now stands there: after a rotation by
     // another process or a removal, the old descriptor points elsewhere.
     bool Ensure(const std::string& p) {
-        if (fd < 0 || path != p) return Open(p);
-        const long long now = MonotonicMs();
+        if (!file.ok() || path != p) return Open(p);
+        const long long now = kxos::MonotonicMs();
         if (now - checkedAtMs < kSinkCheckMs) return true;
-        struct stat onDisk, open;
-        if (::stat(p.c_str(), &onDisk) == 0 && ::fstat(fd, &open) == 0 &&
-            onDisk.st_dev == open.st_dev && onDisk.st_ino == open.st_ino) {
-            size = static_cast<unsigned long long>(open.st_size);
+        kxos::FileStamp onDisk, open;
+        if (kxos::StatPath(p, onDisk) && file.Stamp(open) && kxos::SameFile(onDisk, open)) {
+            size = static_cast<unsigned long long>(open.size);
             checkedAtMs = now;
             return true;
         }
@@ -389,17 +185,17 @@ void Emit(const std::string& line, const LogSettings& settings) {
     std::lock_guard<std::mutex> lock(g_sinkMutex);
     Sink& sink = TheSink();
     if (path == "-") {
-        WriteAll(STDERR_FILENO, line);
+        kxos::WriteStderr(line);
         return;
     }
     if (!sink.Ensure(path)) return;
     if (sink.size > 0 && sink.size + line.size() > static_cast<unsigned long long>(maxBytes)) {
         const std::string old = path + ".1";
-        ::rename(path.c_str(), old.c_str());
+        kxos::Rename(path, old);
         if (!sink.Open(path)) return;
     }
     // One write per line with O_APPEND: lines of several processes never mix.
-    WriteAll(sink.fd, line);
+    sink.file.WriteAll(line);
     sink.size += line.size();
 }
 
@@ -423,27 +219,8 @@ void KX_WriteLog(KX_LOG_LEVEL level, const char* format, ...) {
         va_end(ap);
         if (!formatted) text = std::string("(unformattable log text) ") + format;
 
-        Emit(Prefix(static_cast<int>(level)) + MaskText(text) + "\n", settings);
+        Emit(Prefix(static_cast<int>(level)) + kxutils::MaskLogText(text) + "\n", settings);
     } catch (...) {
         // The log never disturbs its caller.
-    }
-}
-
-void IWK_RegisterSecret(const std::string& secret) {
-    try {
-        if (secret.size() < 4) return;
-        SecretList& state = SecretState();
-        std::lock_guard<std::mutex> lock(state.mutex);
-        if (std::find(state.list->begin(), state.list->end(), secret) != state.list->end()) {
-            return;
-        }
-        auto next = std::make_shared<std::vector<std::string>>(*state.list);
-        next->push_back(secret);
-        // Longer first, so that a secret holding a shorter one is hidden whole.
-        std::stable_sort(
-            next->begin(), next->end(),
-            [](const std::string& a, const std::string& b) { return a.size() > b.size(); });
-        state.list = std::move(next);
-    } catch (...) {
     }
 }

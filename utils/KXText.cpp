@@ -1,5 +1,6 @@
 // Text helpers: lengths, case, URL/Base64/hex encodings, digests, random
 // bytes, JWT payloads, UTF-8 <-> UTF-32 and masking of JSON values.
+#include "KXAscii.h"
 #include "KXUtils.h"
 
 #include <cstring>
@@ -12,10 +13,6 @@
 namespace {
 
 const char kB64Std[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-
-char AsciiLower(char c) {
-    return (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c;
-}
 
 bool IsB64Space(char c) {
     return c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == '\v' || c == '\f';
@@ -85,113 +82,19 @@ void AppendUtf8(std::string& out, unsigned long cp) {
     }
 }
 
-// Byte length of the UTF-8 character at s[i]; a stray or broken byte counts
-// as a character of its own so that masking never splits a valid sequence.
-size_t Utf8CharLen(const std::string& s, size_t i) {
-    const unsigned char c = static_cast<unsigned char>(s[i]);
-    size_t n = 1;
-    if (c >= 0xC2 && c <= 0xDF) {
-        n = 2;
-    } else if (c >= 0xE0 && c <= 0xEF) {
-        n = 3;
-    } else if (c >= 0xF0 && c <= 0xF4) {
-        n = 4;
-    }
-    if (i + n > s.size()) return 1;
-    for (size_t k = 1; k < n; ++k) {
-        if ((static_cast<unsigned char>(s[i + k]) & 0xC0) != 0x80) return 1;
-    }
-    return n;
-}
-
-// Keeps `start` characters, turns the next `length` into '*'; false when no
-// character was replaced.
-bool MaskChars(const std::string& in, int start, int length, std::string& out) {
-    if (length <= 0) return false;
-    if (start < 0) start = 0;
-    out.clear();
-    out.reserve(in.size());
-    long index = 0;
-    bool changed = false;
-    for (size_t i = 0; i < in.size();) {
-        const size_t n = Utf8CharLen(in, i);
-        if (index >= start && index - start < length) {
-            out.push_back('*');
-            changed = true;
-        } else {
-            out.append(in, i, n);
-        }
-        i += n;
-        ++index;
-    }
-    return changed;
-}
-
-bool MaskTree(Json::Value& node, const KX_TuoMinData* rules, int count, int depth) {
-    // The parser already limits nesting; this only guards the stack.
-    if (depth > 10000) return false;
-    bool changed = false;
-    if (node.isArray()) {
-        for (Json::Value::ArrayIndex i = 0; i < node.size(); ++i) {
-            changed = MaskTree(node[i], rules, count, depth + 1) || changed;
-        }
-        return changed;
-    }
-    if (!node.isObject()) return false;
-    for (auto it = node.begin(); it != node.end(); ++it) {
-        Json::Value& member = *it;
-        if (member.isString() || member.isNumeric()) {
-            const std::string name = it.name();
-            for (int r = 0; r < count; ++r) {
-                if (rules[r].type != KX_TUOMIN_JSON_KEY || rules[r].key != name) continue;
-                std::string masked;
-                if (MaskChars(kxjson::String(member), rules[r].start, rules[r].length, masked)) {
-                    member = Json::Value(masked);
-                    changed = true;
-                }
-            }
-        } else {
-            changed = MaskTree(member, rules, count, depth + 1) || changed;
-        }
-    }
-    return changed;
-}
-
 }  // namespace
-
-KX_TuoMinData::KX_TuoMinData(KX_TuoMinDataType type_, const char* key_, int start_, int length_)
-    : type(type_), key(key_ ? key_ : ""), start(start_), length(length_) {}
 
 unsigned int IWK_Len(const char* s) {
     return s ? static_cast<unsigned int>(std::strlen(s)) : 0u;
 }
 
 int IWK_Compare(const std::string& a, const std::string& b, bool ignoreCase) {
-    const size_t n = a.size() < b.size() ? a.size() : b.size();
-    for (size_t i = 0; i < n; ++i) {
-        unsigned char x = static_cast<unsigned char>(a[i]);
-        unsigned char y = static_cast<unsigned char>(b[i]);
-        if (ignoreCase) {
-            x = static_cast<unsigned char>(AsciiLower(static_cast<char>(x)));
-            y = static_cast<unsigned char>(AsciiLower(static_cast<char>(y)));
-        }
-        if (x != y) return x < y ? -1 : 1;
-    }
-    if (a.size() == b.size()) return 0;
-    return a.size() < b.size() ? -1 : 1;
+    return kxascii::Compare(a, b, ignoreCase);
 }
 
 void IWK_Upper(char* s, int length) {
     if (!s) return;
-    if (length < 0) {
-        for (; *s; ++s) {
-            if (*s >= 'a' && *s <= 'z') *s = static_cast<char>(*s - 'a' + 'A');
-        }
-        return;
-    }
-    for (int i = 0; i < length; ++i) {
-        if (s[i] >= 'a' && s[i] <= 'z') s[i] = static_cast<char>(s[i] - 'a' + 'A');
-    }
+    for (int i = 0; length < 0 ? s[i] != '\0' : i < length; ++i) s[i] = kxascii::Upper(s[i]);
 }
 
 std::string IWK_UrlEncode(const std::string& s) {
@@ -413,21 +316,5 @@ std::string IWK_GetBaseName(const char* path) {
         return std::string(base);
     } catch (...) {
         return std::string();
-    }
-}
-
-std::string IWK_DataTuomin(const std::string& text, const KX_TuoMinData* rules, int count) {
-    try {
-        if (!rules || count <= 0) return text;
-        Json::Value root;
-        if (!kxjson::Parse(text, root)) return text;
-        if (!MaskTree(root, rules, count, 0)) return text;
-        std::string out = kxjson::Write(root);
-        const bool keepNewline = !text.empty() && text.back() == '\n';
-        if (!keepNewline && !out.empty() && out.back() == '\n') out.pop_back();
-        return out;
-    } catch (...) {
-        // Only allocation can fail here; the log gets the text as it was.
-        return text;
     }
 }

@@ -1,7 +1,6 @@
 // Per-thread timers delivered by a dispatch call, in place of a message
 // queue's timer messages.
 #include <atomic>
-#include <chrono>
 #include <map>
 #include <mutex>
 #include <thread>
@@ -9,6 +8,7 @@
 #include <vector>
 
 #include "KXUtils.h"
+#include "os/KXOs.h"
 
 namespace {
 
@@ -22,17 +22,11 @@ struct Timer {
     KXTimerProc proc = nullptr;
 };
 
-long long SteadyNowMs() {
-    return std::chrono::duration_cast<std::chrono::milliseconds>(
-               std::chrono::steady_clock::now().time_since_epoch())
-        .count();
-}
-
 std::atomic<KXTimerClock> g_clock{nullptr};
 
 long long NowMs() {
     KXTimerClock clock = g_clock.load();
-    return clock != nullptr ? clock() : SteadyNowMs();
+    return clock != nullptr ? clock() : kxos::MonotonicMs();
 }
 
 // Timers of all threads; ids are never reused, so a stale id kills nothing.

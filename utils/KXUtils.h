@@ -12,6 +12,7 @@
 #include <json/json.h>
 
 #include "KXCommonType.h"
+#include "KXConfigKeys.h"
 
 // ---------------------------------------------------------------------------
 // HTTP
@@ -107,7 +108,9 @@ KXUTILS_API KXHeadCheck IWK_VerifyInkwellHead(const std::string& body, const KXH
                                               long long windowMs, std::string* authorization);
 
 // ---------------------------------------------------------------------------
-// Configuration store (an INI file, see README "Configuration").
+// Configuration store (an INI file, see README "Configuration"). Keys the
+// code reads are read through the table of KXConfigKeys.h (IWK_GetConfig);
+// these forms serve names given at run time.
 
 KXUTILS_API int IWK_GetConfigByKey(const std::string& section, const std::string& key,
                                    std::string& value, const std::string& fallback);
@@ -199,7 +202,11 @@ KXUTILS_API std::string IWK_DataTuomin(const std::string& text, const KX_TuoMinD
 // System.
 
 KXUTILS_API std::string IWK_GetMacAddress();
+// Milliseconds since the epoch.
 KXUTILS_API long long IWK_GetCurTime();
+// Milliseconds of a clock that never goes back, for intervals and deadlines
+// (the clock the timers read by default).
+KXUTILS_API long long IWK_GetMonotonicMs();
 KXUTILS_API std::string IWK_GetLanguageName();
 
 // ---------------------------------------------------------------------------
@@ -228,8 +235,7 @@ KXUTILS_API void IWK_RegisterSecret(const std::string& secret);
 
 // The callback of a timer: window (always null here), message number,
 // timer id, and the clock in milliseconds when it fired.
-typedef void (*KXTimerProc)(void* window, unsigned int message, uintptr_t id,
-                            unsigned long timeMs);
+typedef void (*KXTimerProc)(void* window, unsigned int message, uintptr_t id, unsigned long timeMs);
 // Millisecond clock the timers read; monotonic by default.
 typedef long long (*KXTimerClock)();
 

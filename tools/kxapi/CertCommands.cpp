@@ -1,9 +1,6 @@
 // Commands of the certificate services: check, expand, apply, UKey tries.
-#include <chrono>
-#include <cstdlib>
 #include <iostream>
 #include <sstream>
-#include <thread>
 
 #include "CloudCheckCert.h"
 #include "Commands.h"
@@ -36,8 +33,20 @@ std::string FileAsBase64(const std::string& data) {
     return out;
 }
 
-bool WritePem(const std::string& path, const std::string& base64) {
-    return kxpki::WriteFile(path, kxpki::CertPemFromBase64(base64));
+// Writes sign-cert.pem and enc-cert.pem (from Base64 DER) into dir and names
+// them in out; false after reporting that they could not be written.
+bool WriteCertFiles(const std::string& dir, const std::string& signB64, const std::string& encB64,
+                    Json::Value& out) {
+    const std::string signFile = dir + "/sign-cert.pem";
+    const std::string encFile = dir + "/enc-cert.pem";
+    if (!kxpki::WriteFile(signFile, kxpki::CertPemFromBase64(signB64)) ||
+        !kxpki::WriteFile(encFile, kxpki::CertPemFromBase64(encB64))) {
+        std::cerr << "kxapi: cannot write the certificates to " << dir << "\n";
+        return false;
+    }
+    out["signCertFile"] = signFile;
+    out["encCertFile"] = encFile;
+    return true;
 }
 
 // Reads a Base64 file argument; a usage error when it cannot be read or is empty.
@@ -63,10 +72,8 @@ int CmdCertCheck(const Args& args) {
     int status = 0;
     if (!ReadBase64Arg(args, "cert", "cert check", cert, status)) return status;
     const std::string section = args.get("section", "KXCloudCheck");
-    _init_Info_s info;
-    KX_GetServerConfig(section, info);
     CCloudCheckCert client;
-    client.Init(info);  // CheckCert itself answers 10046 for an incomplete record
+    if ((status = OpenServer(client, section, "CCloudCheckCert")) != 0) return status;
     const long code = client.CheckCert(cert);
     if (code != 0) return Fail("CCloudCheckCert::CheckCert (" + section + ")", code);
     Json::Value out;
@@ -85,20 +92,13 @@ int CmdCertExpand(const Args& args) {
     if (!ReadBase64Arg(args, "csr", "cert expand", csr, status)) return status;
     const std::string section = args.get("section", "KXCertExpand");
     const std::string outDir = args.get("out-dir", ".");
-    const int timeoutSeconds = std::atoi(args.get("timeout", "60").c_str());
-    const int intervalMs = std::atoi(args.get("interval", "500").c_str());
-    if (timeoutSeconds <= 0 || intervalMs <= 0) {
-        return UsageError("cert expand", "--timeout and --interval take positive numbers");
-    }
-
-    _init_Info_s info;
-    KX_GetServerConfig(section, info);
+    PollLimits limits = {500, 60};
+    if (!ReadPollLimits(args, "cert expand", limits, status)) return status;
     CECertExpand client;
-    long code = client.Init(info);
-    if (code != 0) return Fail("CECertExpand::Init (" + section + ")", code);
+    if ((status = OpenServer(client, section, "CECertExpand")) != 0) return status;
 
     bool expired = false;
-    code = client.CheckServiceRequest(ukeyNum, expired);
+    long code = client.CheckServiceRequest(ukeyNum, expired);
     if (code != 0) return Fail("CECertExpand::CheckServiceRequest", code);
     if (expired) {
         std::cerr << "kxapi: the service time of UKey " << ukeyNum << " has expired\n";
@@ -112,35 +112,31 @@ int CmdCertExpand(const Args& args) {
     // are the service's matter and only shown.
     std::string encCert, signCert, sn, authCode;
     int certStatus = -1, polls = 0;
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(timeoutSeconds);
     std::cerr << "kxapi: certificate operation " << certOptId << ", waiting for the certificates";
-    for (;;) {
-        code = client.GetDoubleCertRequest(certOptId, encCert, signCert, sn, authCode, certStatus);
-        ++polls;
-        if (code != 0) {
-            std::cerr << "\n";
-            return Fail("CECertExpand::GetDoubleCertRequest", code);
-        }
-        std::cerr << " [status " << certStatus << "]" << std::flush;
-        if (!encCert.empty() && !signCert.empty()) break;
-        if (std::chrono::steady_clock::now() + std::chrono::milliseconds(intervalMs) > deadline) {
-            std::cerr << "\nkxapi: no certificates after " << timeoutSeconds << " s (" << polls
-                      << " polls, last status " << certStatus << ")\n";
-            return 1;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(intervalMs));
+    const int outcome = Poll(
+        limits,
+        [&] {
+            code =
+                client.GetDoubleCertRequest(certOptId, encCert, signCert, sn, authCode, certStatus);
+            if (code != 0) return -1;
+            std::cerr << " [status " << certStatus << "]" << std::flush;
+            return encCert.empty() || signCert.empty() ? 0 : 1;
+        },
+        polls);
+    if (outcome < 0) {
+        std::cerr << "\n";
+        return Fail("CECertExpand::GetDoubleCertRequest", code);
+    }
+    if (outcome == 0) {
+        std::cerr << "\nkxapi: no certificates after " << limits.timeoutS << " s (" << polls
+                  << " polls, last status " << certStatus << ")\n";
+        return 1;
     }
     std::cerr << " done\n";
 
     code = client.UploadFinish(certOptId, logId, encCert, signCert, ukeyNum);
     if (code != 0) return Fail("CECertExpand::UploadFinish", code);
 
-    const std::string signFile = outDir + "/sign-cert.pem";
-    const std::string encFile = outDir + "/enc-cert.pem";
-    if (!WritePem(signFile, signCert) || !WritePem(encFile, encCert)) {
-        std::cerr << "kxapi: cannot write the certificates to " << outDir << "\n";
-        return 1;
-    }
     Json::Value out;
     out["certOptId"] = static_cast<Json::Int64>(certOptId);
     out["logId"] = static_cast<Json::Int64>(logId);
@@ -148,8 +144,7 @@ int CmdCertExpand(const Args& args) {
     out["polls"] = polls;
     out["sn"] = sn;
     out["authCode"] = authCode;
-    out["signCertFile"] = signFile;
-    out["encCertFile"] = encFile;
+    if (!WriteCertFiles(outDir, signCert, encCert, out)) return 1;
     PrintJson(out);
     return 0;
 }
@@ -160,10 +155,8 @@ int CmdCertApply(const Args& args) {
     if (!ReadBase64Arg(args, "csr", "cert apply", csr, status)) return status;
     if (!args.has("info")) return UsageError("cert apply", "give --info JSON");
     const std::string section = args.get("section", "KXInkwell");
-    _init_Info_s info;
-    KX_GetServerConfig(section, info);
     CInkwellApi client;
-    client.Init(info);  // MakeCert answers 10009 for an incomplete record
+    if ((status = OpenServer(client, section, "CInkwellApi")) != 0) return status;
     MakeCertData data;
     const long code = client.MakeCert(csr, args.get("info"), data);
     if (code != 0) return Fail("CInkwellApi::MakeCert (" + section + ")", code);
@@ -178,13 +171,7 @@ int CmdCertApply(const Args& args) {
     out["encryptedKeypair"] = data.encryptedKeypair;
     const std::string outDir = args.get("out-dir");
     if (!outDir.empty()) {
-        if (!WritePem(outDir + "/sign-cert.pem", data.signCert) ||
-            !WritePem(outDir + "/enc-cert.pem", data.encCert)) {
-            std::cerr << "kxapi: cannot write the certificates to " << outDir << "\n";
-            return 1;
-        }
-        out["signCertFile"] = outDir + "/sign-cert.pem";
-        out["encCertFile"] = outDir + "/enc-cert.pem";
+        if (!WriteCertFiles(outDir, data.signCert, data.encCert, out)) return 1;
     } else {
         out["signCert"] = data.signCert;
         out["encCert"] = data.encCert;
@@ -200,10 +187,8 @@ int CmdUkeyTry(const Args& args) {
         return UsageError("ukey try", "give one of --success and --failure");
     }
     const std::string section = args.get("section", "KXInkwell");
-    _init_Info_s info;
-    KX_GetServerConfig(section, info);
     CInkwellApi client;
-    client.Init(info);  // UpdateUkeyTryTime answers 10009 for an incomplete record
+    if (const int status = OpenServer(client, section, "CInkwellApi")) return status;
     int remaining = 0;
     const long code =
         client.UpdateUkeyTryTime(sn, args.has("success"), args.has("locked"), remaining);

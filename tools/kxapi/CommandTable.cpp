@@ -61,7 +61,7 @@ const std::vector<Command>& Commands() {
          {},
          CmdCertCheck},
         {"cert expand",
-         "--ukey-num N --csr FILE [--out-dir DIR] [--timeout S] [--interval MS] "
+         "--ukey-num N --csr FILE [--out-dir DIR] [--timeout S] [--interval-ms MS] "
          "[--section KXCertExpand]",
          "expands a UKey's certificate into a double certificate; writes sign-cert.pem and "
          "enc-cert.pem",

@@ -3,9 +3,12 @@
 
 #include <json/json.h>
 
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
+
+#include "KXServerBase.h"
 
 namespace kxapi {
 
@@ -45,5 +48,25 @@ void PrintJson(const Json::Value& value);
 int Fail(const std::string& what, long code);
 // Reports a usage error of a command on stderr; returns the exit status of one.
 int UsageError(const std::string& command, const std::string& message);
+
+// The server description of a section as KX_GetServerConfig reads it, with
+// MobileShieldClientId (which only the platform client uses).
+_init_Info_s ReadServer(const std::string& section);
+// Initialises client with the description of section. 0, or the exit status
+// after reporting the failure (and an incomplete section by name).
+int OpenServer(KXServerBase& client, const std::string& section, const std::string& clientName);
+
+// How a command polls: --interval-ms between polls, --timeout in seconds.
+struct PollLimits {
+    int intervalMs;
+    int timeoutS;
+};
+// Reads both options over the command's defaults; false after a usage error
+// (interval under 10 ms, timeout under 1 s, or no number), status set.
+bool ReadPollLimits(const Args& args, const std::string& command, PollLimits& limits, int& status);
+// Calls poll until it answers done (1) or failed (-1), 0 being not yet, with
+// intervalMs between calls; no call starts after the time limit. Returns the
+// last answer, so 0 when the limit ended it; polls counts the calls.
+int Poll(const PollLimits& limits, const std::function<int()>& poll, int& polls);
 
 }  // namespace kxapi

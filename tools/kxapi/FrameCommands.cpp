@@ -83,8 +83,7 @@ int CmdConfigEncrypt(const Args&) {
 
 int CmdServerConfig(const Args& args) {
     if (args.positional().size() != 1) return UsageError("server-config", "give SECTION");
-    _init_Info_s info;
-    KX_GetServerConfig(args.positional()[0], info);
+    const _init_Info_s info = ReadServer(args.positional()[0]);
     Json::Value out;
     out["SerType"] = info.SerType;
     out["ServerIp"] = info.ServerIp;
@@ -98,8 +97,7 @@ int CmdServerConfig(const Args& args) {
 
 int CmdLegacyAuth(const Args& args) {
     const std::string section = args.get("section", "KXInkwell");
-    _init_Info_s info;
-    KX_GetServerConfig(section, info);
+    _init_Info_s info = ReadServer(section);
     std::string authorization;
     long code = KX_InkwellCompatible(info, authorization, section);
     if (code != 0) return Fail("KX_InkwellCompatible", code);
@@ -114,8 +112,7 @@ int CmdLegacyAuth(const Args& args) {
 int CmdCall(const Args& args) {
     const auto& p = args.positional();
     if (p.size() != 3) return UsageError("call", "give SECTION METHOD PATH");
-    _init_Info_s info;
-    KX_GetServerConfig(p[0], info);
+    const _init_Info_s info = ReadServer(p[0]);
     const std::string& method = p[1];
     const std::string url =
         CIWKHttp::GetCompleteUrl(p[2], info.ServerIp, std::to_string(info.Port), false);

@@ -4,13 +4,11 @@
 #include <openssl/rsa.h>
 #include <openssl/x509.h>
 
-#include <chrono>
-#include <cstdlib>
 #include <functional>
 #include <iostream>
-#include <thread>
 
 #include "Commands.h"
+#include "KXAscii.h"
 #include "KXPki.h"
 #include "CorvaneApi.h"
 #include "KXServerApi.h"
@@ -23,32 +21,9 @@ namespace {
 const char kDefaultSection[] = "KXPlatform";
 const long kSignTypePkcs1 = 0x10000;
 
-// The platform client of --section, initialised; false after reporting why.
-bool OpenClient(const Args& args, CCorvaneApi& api, int& status) {
-    const std::string section = args.get("section", kDefaultSection);
-    _init_Info_s info;
-    KX_GetServerConfig(section, info);
-    IWK_GetConfigByKey(section, "MobileShieldClientId", info.strMobileShieldClientId, "");
-    const long code = api.Init(info);
-    if (code == 0) return true;
-    std::cerr << "kxapi: section [" << section << "] holds no complete server description\n";
-    status = Fail("CCorvaneApi::Init", code);
-    return false;
-}
-
-struct PollLimits {
-    int intervalMs = 1000;
-    int timeoutS = 120;
-};
-
-bool ReadLimits(const Args& args, const std::string& command, PollLimits& limits, int& status) {
-    limits.intervalMs = std::atoi(args.get("interval-ms", "1000").c_str());
-    limits.timeoutS = std::atoi(args.get("timeout", "120").c_str());
-    if (limits.intervalMs < 10 || limits.timeoutS < 1) {
-        status = UsageError(command, "--interval-ms is at least 10, --timeout at least 1");
-        return false;
-    }
-    return true;
+// The platform client of --section, initialised; 0 or the exit status.
+int OpenClient(const Args& args, CCorvaneApi& api) {
+    return OpenServer(api, args.get("section", kDefaultSection), "CCorvaneApi");
 }
 
 // Where the user confirms: the QR content, as text (no QR library is used).
@@ -57,23 +32,23 @@ void ShowQrContent(const std::string& what, const std::string& content) {
               << "    " << content << "\n";
 }
 
-// Polls until step says done (1) or failed (-1), with a dot per poll on
-// stderr; 0 from step means not yet. false when the time limit passed.
-bool PollUntil(const PollLimits& limits, const std::function<int()>& step, int& outcome) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(limits.timeoutS);
+// Polls until step says confirmed (1) or failed (-1), with a dot per poll on
+// stderr; 0 when the time limit passed first.
+int WaitForConfirmation(const PollLimits& limits, const std::function<int()>& step) {
     std::cerr << "kxapi: waiting for the confirmation (" << limits.timeoutS << " s at most) ";
-    for (;;) {
-        outcome = step();
-        std::cerr << "." << std::flush;
-        if (outcome != 0) break;
-        if (std::chrono::steady_clock::now() >= deadline) {
-            std::cerr << " time limit reached\n";
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(limits.intervalMs));
-    }
-    std::cerr << (outcome > 0 ? " confirmed\n" : " failed\n");
-    return true;
+    int polls = 0;
+    const int outcome = Poll(
+        limits,
+        [&] {
+            const int answer = step();
+            std::cerr << "." << std::flush;
+            return answer;
+        },
+        polls);
+    std::cerr << (outcome > 0   ? " confirmed\n"
+                  : outcome < 0 ? " failed\n"
+                                : " time limit reached\n");
+    return outcome;
 }
 
 // Checks a PKCS #1 v1.5 signature over a SHA-256 digest with the
@@ -101,11 +76,6 @@ bool VerifySignature(const std::string& certDer, const std::string& digest,
     return ok;
 }
 
-std::string BaseName(const std::string& path) {
-    const size_t slash = path.find_last_of('/');
-    return slash == std::string::npos ? path : path.substr(slash + 1);
-}
-
 }  // namespace
 
 int CmdPlatformWhoami(const Args& args) {
@@ -115,8 +85,7 @@ int CmdPlatformWhoami(const Args& args) {
         return UsageError("platform whoami", "give --code and --redirect-uri");
     }
     CCorvaneApi api;
-    int status = 0;
-    if (!OpenClient(args, api, status)) return status;
+    if (const int status = OpenClient(args, api)) return status;
     std::string accountId;
     long rc = api.GetRealAccoutIdByCode(redirect, code, accountId);
     if (rc != 0) return Fail("GetRealAccoutIdByCode", rc);
@@ -143,13 +112,16 @@ int CmdPlatformEncryptTask(const Args& args) {
     const char* command = "platform encrypt-task";
     const std::string account = args.get("account");
     if (account.empty()) return UsageError(command, "give --account");
-    PollLimits limits;
+    PollLimits limits = {1000, 120};
     int status = 0;
-    if (!ReadLimits(args, command, limits, status)) return status;
-    const int type = std::atoi(args.get("type", "1").c_str());
+    int type = 0;
+    if (!ReadPollLimits(args, command, limits, status)) return status;
+    if (!kxascii::ParseInt(args.get("type", "1"), type)) {
+        return UsageError(command, "--type is a number");
+    }
     const std::string description = args.get("description", "kxapi encryption task");
     CCorvaneApi api;
-    if (!OpenClient(args, api, status)) return status;
+    if ((status = OpenClient(args, api)) != 0) return status;
 
     // The user's will first: its id is the will code of the task.
     std::string bizId, qr, willAuthId;
@@ -160,20 +132,18 @@ int CmdPlatformEncryptTask(const Args& args) {
     if (rc != 0) return Fail("CreateMobShieldAuth", rc);
     ShowQrContent("confirm your will", qr);
     std::string willStatus;
-    if (!PollUntil(
-            limits,
-            [&] {
-                bool passed = false;
-                rc = api.VerifyMobShieldAuth(bizId, bizType, willAuthId, willStatus, passed);
-                if (rc != 0 || willStatus == "REJECTED") return -1;
-                return passed ? 1 : 0;
-            },
-            status)) {
+    const int confirmed = WaitForConfirmation(limits, [&] {
+        bool passed = false;
+        rc = api.VerifyMobShieldAuth(bizId, bizType, willAuthId, willStatus, passed);
+        if (rc != 0 || willStatus == "REJECTED") return -1;
+        return passed ? 1 : 0;
+    });
+    if (confirmed == 0) {
         std::cerr << "kxapi: the will was not confirmed in time\n";
         return 1;
     }
     if (rc != 0) return Fail("VerifyMobShieldAuth", rc);
-    if (status < 0) {
+    if (confirmed < 0) {
         std::cerr << "kxapi: the will was declined (" << willStatus << ")\n";
         return 1;
     }
@@ -206,9 +176,9 @@ int CmdPlatformSign(const Args& args) {
     if (org.empty() || account.empty() || path.empty()) {
         return UsageError(command, "give --org, --account and --doc");
     }
-    PollLimits limits;
+    PollLimits limits = {1000, 120};
     int status = 0;
-    if (!ReadLimits(args, command, limits, status)) return status;
+    if (!ReadPollLimits(args, command, limits, status)) return status;
     std::string content;
     if (!kxpki::ReadFile(path, content)) {
         std::cerr << "kxapi: cannot read " << path << "\n";
@@ -216,10 +186,10 @@ int CmdPlatformSign(const Args& args) {
     }
     const std::string digest = kxpki::Sha256(content);
     const std::string hash = IWK_Base64Encode(digest);
-    const std::string docId = args.get("doc-id", BaseName(path));
+    const std::string docId = args.get("doc-id", IWK_GetBaseName(path.c_str()));
     const std::string algorithm = "SHA256";
     CCorvaneApi api;
-    if (!OpenClient(args, api, status)) return status;
+    if ((status = OpenClient(args, api)) != 0) return status;
 
     std::string flow, ticket, taskId, qr;
     long rc = api.CreateWitnessFlowTask(org, flow);
@@ -233,15 +203,12 @@ int CmdPlatformSign(const Args& args) {
     ShowQrContent("approve the signature of " + docId, qr);
 
     std::string signature, signlogId, cert, certAlgorithm;
-    if (!PollUntil(
-            limits,
-            [&] {
-                rc = api.QuerySignResultTask(flow, ticket, taskId, signature, signlogId, cert,
-                                             certAlgorithm);
-                if (rc != 0) return -1;
-                return signature.empty() ? 0 : 1;
-            },
-            status)) {
+    if (WaitForConfirmation(limits, [&] {
+            rc = api.QuerySignResultTask(flow, ticket, taskId, signature, signlogId, cert,
+                                         certAlgorithm);
+            if (rc != 0) return -1;
+            return signature.empty() ? 0 : 1;
+        }) == 0) {
         std::cerr << "kxapi: the signature was not approved in time\n";
         return 1;
     }

@@ -1,12 +1,11 @@
 // Commands of the seal open API: the road of one hash, the seal list and the
 // print counts, each in one session (Init, Login, ..., Logout).
 
-#include <climits>
-#include <cstdlib>
 #include <ctime>
 #include <iostream>
 
 #include "Commands.h"
+#include "KXAscii.h"
 #include "KXPki.h"
 #include "KXSealOpenApi.h"
 #include "KXServerApi.h"
@@ -18,14 +17,7 @@ namespace {
 
 const char kSection[] = "OpenApiURL";
 
-bool ParseInt(const std::string& text, int& value) {
-    if (text.empty()) return false;
-    char* end = nullptr;
-    const long v = std::strtol(text.c_str(), &end, 10);
-    if (*end != '\0' || v < INT_MIN || v > INT_MAX) return false;
-    value = static_cast<int>(v);
-    return true;
-}
+using kxascii::ParseInt;
 
 // Prints one step of a session on stderr, so that stdout stays one JSON document.
 void Step(Json::Value& steps, const std::string& name, long code) {
@@ -63,12 +55,9 @@ int OpenSession(const std::string& command, const Args& args, CKXSealOpenApi& ap
     if (!ParseInt(args.get("login-type", "0"), loginType)) {
         return UsageError(command, "--login-type is a number (0 to 3)");
     }
-    _init_Info_s info;
-    KX_GetServerConfig(kSection, info);
-    long code = api.Init(info);
-    Step(steps, "Init", code);
-    if (code != 0) return Fail("CKXSealOpenApi::Init", code);
-    code = api.Login(user.c_str(), password.c_str(), loginType);
+    if (const int status = OpenServer(api, kSection, "CKXSealOpenApi")) return status;
+    Step(steps, "Init", 0);
+    const long code = api.Login(user.c_str(), password.c_str(), loginType);
     Step(steps, "Login", code);
     if (code != 0) return Fail("CKXSealOpenApi::Login", code);
     return 0;

@@ -1,0 +1,151 @@
+// The table of configuration keys and the reads through it.
+#include "KXConfigKeys.h"
+
+#include <cstring>
+#include <iterator>
+
+#include "KXAscii.h"
+#include "KXConfigSnapshot.h"
+#include "KXUtils.h"
+
+namespace {
+
+constexpr KXConfigKey kKeys[] = {
+    {KXKey::CAFile, "KXUtils", "CAFile", ""},
+    {KXKey::VerifyTLS, "KXUtils", "VerifyTLS", "1"},
+    {KXKey::ConnectTimeoutMs, "KXUtils", "ConnectTimeoutMs", "10000"},
+    {KXKey::TimeoutMs, "KXUtils", "TimeoutMs", "60000"},
+    {KXKey::Proxy, "KXUtils", "Proxy", ""},
+    {KXKey::MaxReplyBytes, "KXUtils", "MaxReplyBytes", "67108864"},
+    {KXKey::LogFile, "KXUtils", "LogFile", ""},
+    {KXKey::LogLevel, "KXUtils", "LogLevel", "1"},
+    {KXKey::LogMaxBytes, "KXUtils", "LogMaxBytes", "10485760"},
+    {KXKey::Language, "KXUtils", "Language", ""},
+    // A neutral placeholder: sites set their own web service.
+    {KXKey::CertServiceQuery, "KXServerApi", "CertServiceQuery",
+     "https://webservice.kxserverapi.example/kxweb"},
+    {KXKey::CertServiceQueryUri, "KXServerApi", "CertServiceQueryUri", "/v3/bid-sign/services"},
+    {KXKey::CheckCert, "KXServerApi", "CheckCert", "/kxsign/rest/seal-rest!SOF_GetCertSeals.xml"},
+    {KXKey::CheckCertAgent, "KXServerApi", "CheckCertAgent", "/agent/integrate/getCertSealInfos"},
+    {KXKey::serverVer, "KXInkwell", "serverVer", ""},
+    {KXKey::authorizationType, "KXInkwell", "authorizationType", "0"},
+    {KXKey::authorization, "KXInkwell", "authorization", ""},
+    {KXKey::ContextPath, "KXPrintMgr", "ContextPath", ""},
+    {KXKey::ServerFlag, "OpenApiURL", "ServerFlag", "0"},
+    {KXKey::InitUrl, "OpenApiURL", "InitUrl", ""},
+    {KXKey::LoginUrl, "OpenApiURL", "LoginUrl", ""},
+    {KXKey::LogoutUrl, "OpenApiURL", "LogoutUrl", ""},
+    {KXKey::GetSealListUrl, "OpenApiURL", "GetSealListUrl", ""},
+    {KXKey::SignHashUrl, "OpenApiURL", "SignHashUrl", ""},
+    {KXKey::SaveSignLogUrl, "OpenApiURL", "SaveSignLogUrl", ""},
+    {KXKey::convertToPdfUrl, "OpenApiURL", "convertToPdfUrl", ""},
+    {KXKey::sealManageHost, "OpenApiURL", "sealManageHost", ""},
+    {KXKey::sealManagePort, "OpenApiURL", "sealManagePort", ""},
+    {KXKey::getPrintCount, "OpenApiURL", "getPrintCount", ""},
+    {KXKey::updatePrint, "OpenApiURL", "updatePrint", ""},
+    {KXKey::SerType, "*", "SerType", "0"},
+    {KXKey::Host, "*", "Host", ""},
+    {KXKey::Port, "*", "Port", "0"},
+    {KXKey::ProjectID, "*", "ProjectID", ""},
+    {KXKey::ProjectSecret, "*", "ProjectSecret", ""},
+    {KXKey::MobileShieldClientId, "*", "MobileShieldClientId", ""},
+};
+
+constexpr size_t kKeyCount = std::size(kKeys);
+
+// Row i holds enumerator i, and every enumerator has its row.
+constexpr bool InEnumeratorOrder() {
+    for (size_t i = 0; i < kKeyCount; ++i) {
+        if (static_cast<size_t>(kKeys[i].id) != i) return false;
+    }
+    return true;
+}
+static_assert(InEnumeratorOrder(), "kKeys lists KXKey in enumerator order");
+static_assert(kKeyCount == static_cast<size_t>(KXKey::MobileShieldClientId) + 1,
+              "every KXKey has a row in kKeys");
+
+bool AnySection(const KXConfigKey& row) {
+    return std::strcmp(row.section, "*") == 0;
+}
+
+}  // namespace
+
+const KXConfigKey* IWK_ConfigKeys(size_t& count) {
+    count = kKeyCount;
+    return kKeys;
+}
+
+const KXConfigKey& IWK_ConfigKey(KXKey key) {
+    const size_t index = static_cast<size_t>(key);
+    static const KXConfigKey kUnknown = {key, "", "", ""};
+    return index < kKeyCount ? kKeys[index] : kUnknown;
+}
+
+namespace kxutils {
+
+int DefaultInt(KXKey key) {
+    int value = 0;
+    return kxascii::ParseInt(IWK_ConfigKey(key).defaultValue, value) ? value : 0;
+}
+
+int ConfigSnapshot::Get(KXKey key, std::string& value) const {
+    const KXConfigKey& row = IWK_ConfigKey(key);
+    try {
+        if (!AnySection(row)) return Get(row.section, row.key, value, row.defaultValue);
+        value = row.defaultValue;
+    } catch (...) {
+    }
+    return 0;
+}
+
+int ConfigSnapshot::Get(KXKey key, int& value) const {
+    const KXConfigKey& row = IWK_ConfigKey(key);
+    try {
+        if (!AnySection(row)) return Get(row.section, row.key, value, DefaultInt(key));
+    } catch (...) {
+    }
+    value = DefaultInt(key);
+    return 0;
+}
+
+}  // namespace kxutils
+
+int IWK_GetConfig(KXKey key, std::string& value) {
+    return kxutils::ConfigSnapshot().Get(key, value);
+}
+
+int IWK_GetConfig(KXKey key, int& value) {
+    return kxutils::ConfigSnapshot().Get(key, value);
+}
+
+int IWK_GetConfig(const std::string& section, KXKey key, std::string& value) {
+    const KXConfigKey& row = IWK_ConfigKey(key);
+    try {
+        return kxutils::ConfigSnapshot().Get(section, row.key, value, row.defaultValue);
+    } catch (...) {
+        return 0;
+    }
+}
+
+int IWK_GetConfig(const std::string& section, KXKey key, int& value) {
+    const KXConfigKey& row = IWK_ConfigKey(key);
+    try {
+        return kxutils::ConfigSnapshot().Get(section, row.key, value, kxutils::DefaultInt(key));
+    } catch (...) {
+        value = kxutils::DefaultInt(key);
+        return 0;
+    }
+}
+
+std::string IWK_ReplaceSubStrByConfig(const std::string& text, const std::string& what, KXKey key) {
+    const KXConfigKey& row = IWK_ConfigKey(key);
+    try {
+        return IWK_ReplaceSubStrByConfig(text, what, row.section, row.key);
+    } catch (...) {
+        try {
+            return text;
+        } catch (...) {
+            return std::string();
+        }
+    }
+}
