@@ -7,15 +7,6 @@
 namespace {
 
 const char kSource[] = "CloudCheckCert";
-const char kDefaultCheckUri[] = "/kxsign/rest/seal-rest!SOF_GetCertSeals.xml";
-const char kDefaultAgentUri[] = "/agent/integrate/getCertSealInfos";
-
-// The default path applies only when the key is absent; an empty value stays empty.
-std::string CheckPath(const char* key, const char* fallback) {
-    std::string value;
-    if (IWK_GetConfigByKey("KXServerApi", key, value, fallback) == 0) return fallback;
-    return value;
-}
 
 }  // namespace
 
@@ -37,7 +28,8 @@ long CCloudCheckCert::CheckCert(const std::string& cert) {
 long CCloudCheckCert::CheckCertByCloudPlatform(const std::string& cert) {
     KXCall call(m_stInitInfo, KXReply::CloudCheckXml);
     call.Run([&] {
-        strCheckUri = CheckPath("CheckCert", kDefaultCheckUri);
+        // The default path applies only when the key is absent; an empty value stays empty.
+        IWK_GetConfig(KXKey::CheckCert, strCheckUri);
         call.UrlAt(strCheckUri, m_stInitInfo.ServerIp, std::to_string(m_stInitInfo.Port));
         // The certificate is Base64 and goes in as it is.
         call.PostXml("<inDatas><userCert>" + cert + "</userCert></inDatas>");
@@ -51,7 +43,7 @@ long CCloudCheckCert::CheckCertByAgentIntegrate(const std::string& cert) {
     // The agent's seal details in data are not the caller's concern here.
     KXCall call(m_stInitInfo, KXReply::ErrCodeEnvelope);
     call.Run([&] {
-        strCheckUri = CheckPath("CheckCertAgent", kDefaultAgentUri);
+        IWK_GetConfig(KXKey::CheckCertAgent, strCheckUri);
         call.UrlAt(strCheckUri, m_stInitInfo.ServerIp, std::to_string(m_stInitInfo.Port));
         Json::Value root(Json::objectValue);
         root["certB64"] = cert;

@@ -61,9 +61,9 @@ std::string WithContextPath(const std::string& url) {
     std::string path =
         url.substr(pathAt, queryAt == std::string::npos ? queryAt : queryAt - pathAt);
     std::string value;
-    if (IWK_GetConfigByKey("KXPrintMgr", "ContextPath", value, "") == 0) return url;
-    path = value.empty() ? IWK_ReplaceSubStrByConfig(path, "/inkwell", "KXPrintMgr", "ContextPath")
-                         : IWK_ReplaceSubStrByConfig(path, "inkwell", "KXPrintMgr", "ContextPath");
+    if (IWK_GetConfig(KXKey::ContextPath, value) == 0) return url;
+    path =
+        IWK_ReplaceSubStrByConfig(path, value.empty() ? "/inkwell" : "inkwell", KXKey::ContextPath);
     return url.substr(0, pathAt) + path +
            (queryAt == std::string::npos ? std::string() : url.substr(queryAt));
 }

@@ -3,11 +3,6 @@
 #include "KXUtils.h"
 #include "frame/KXCall.h"
 
-// Neutral placeholder of the built-in web service; sites set
-// [KXServerApi] CertServiceQuery to their own.
-#define KX_DEFAULT_CERT_SERVICE_QUERY "https://webservice.kxserverapi.example/kxweb"
-#define KX_DEFAULT_CERT_SERVICE_QUERY_URI "/v3/bid-sign/services"
-
 long KXSER_CertServiceQuery(const char* certSn, const char* ukeyNum, std::string& result) {
     result.clear();
     const bool hasSn = IWK_Len(certSn) != 0;
@@ -23,9 +18,9 @@ long KXSER_CertServiceQuery(const char* certSn, const char* ukeyNum, std::string
         if (hasUkey) query.append("ukeyNum=").append(ukeyNum);
         std::string base;
         std::string uri;
-        IWK_GetConfigByKey("KXServerApi", "CertServiceQuery", base, KX_DEFAULT_CERT_SERVICE_QUERY);
-        IWK_GetConfigByKey("KXServerApi", "CertServiceQueryUri", uri,
-                           KX_DEFAULT_CERT_SERVICE_QUERY_URI);
+        // The built-in base is a neutral placeholder; sites set their own.
+        IWK_GetConfig(KXKey::CertServiceQuery, base);
+        IWK_GetConfig(KXKey::CertServiceQueryUri, uri);
         if (!call.UrlIs(base + uri + query) || !call.Get()) return;
         std::string text = kxjson::Write(call.data);
         result.swap(text);

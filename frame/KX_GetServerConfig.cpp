@@ -6,12 +6,12 @@
 long KX_GetServerConfig(const std::string& section, _init_Info_s& info) {
     KX_LOG(KX_LOG_TRACE, "KXServerBase", "KX_GetServerConfig", "section:%s", section.c_str());
     return KXGuard([&] {
-        IWK_GetConfigByKey(section, "SerType", info.SerType, 0);
-        IWK_GetConfigByKey(section, "Host", info.ServerIp, "");
-        IWK_GetConfigByKey(section, "Port", info.Port, 0);
-        IWK_GetConfigByKey(section, "ProjectID", info.ProjectID, "");
+        IWK_GetConfig(section, KXKey::SerType, info.SerType);
+        IWK_GetConfig(section, KXKey::Host, info.ServerIp);
+        IWK_GetConfig(section, KXKey::Port, info.Port);
+        IWK_GetConfig(section, KXKey::ProjectID, info.ProjectID);
         std::string stored;
-        IWK_GetConfigByKey(section, "ProjectSecret", stored, "");
+        IWK_GetConfig(section, KXKey::ProjectSecret, stored);
         // A secret stored in clear still works: keep the stored text when it does not decipher.
         std::string clear = IWK_DecryptEncryptedConfigInfo(stored);
         info.ProjectSecret = clear.empty() ? stored : clear;

@@ -11,12 +11,12 @@ long KX_InkwellCompatible(_init_Info_s& info, std::string& strAuthorization,
     KXCall call(info, KXReply::Legacy);
     call.Run([&] {
         if (info.serverVer.empty()) {
-            IWK_GetConfigByKey(section, "serverVer", info.serverVer, "");
+            IWK_GetConfig(section, KXKey::serverVer, info.serverVer);
             info.authorizationType = 0;
         }
         if (info.serverVer == "5.3") {
-            IWK_GetConfigByKey(section, "authorizationType", info.authorizationType, 0);
-            IWK_GetConfigByKey(section, "authorization", info.authorization, "");
+            IWK_GetConfig(section, KXKey::authorizationType, info.authorizationType);
+            IWK_GetConfig(section, KXKey::authorization, info.authorization);
         }
         if (info.authorizationType == 2 && !info.authorization.empty()) {
             if (!call.UrlIs(info.authorization) || !call.Get()) return;

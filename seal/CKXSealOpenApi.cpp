@@ -37,18 +37,18 @@ long CKXSealOpenApi::Init(const _init_Info_s& info) {
             strMac = IWK_GetMacAddress();
             strEquipId = HexDigest(strMac);
 
-            IWK_GetConfigByKey(kSection, "ServerFlag", iServerFlag, 0);
-            IWK_GetConfigByKey(kSection, "InitUrl", strInitUrl, "");
-            IWK_GetConfigByKey(kSection, "LoginUrl", strLoginUrl, "");
-            IWK_GetConfigByKey(kSection, "LogoutUrl", strLogoutUrl, "");
-            IWK_GetConfigByKey(kSection, "GetSealListUrl", strGetSealListUrl, "");
-            IWK_GetConfigByKey(kSection, "SignHashUrl", strSignHashUrl, "");
-            IWK_GetConfigByKey(kSection, "SaveSignLogUrl", strSaveSignLogUrl, "");
-            IWK_GetConfigByKey(kSection, "convertToPdfUrl", strConvertToPdfUrl, "");
-            IWK_GetConfigByKey(kSection, "sealManageHost", strSealManageHost, "");
-            IWK_GetConfigByKey(kSection, "sealManagePort", strSealManagePort, "");
-            IWK_GetConfigByKey(kSection, "getPrintCount", strGetPrintCount, "");
-            IWK_GetConfigByKey(kSection, "updatePrint", strUpdatePrint, "");
+            IWK_GetConfig(KXKey::ServerFlag, iServerFlag);
+            IWK_GetConfig(KXKey::InitUrl, strInitUrl);
+            IWK_GetConfig(KXKey::LoginUrl, strLoginUrl);
+            IWK_GetConfig(KXKey::LogoutUrl, strLogoutUrl);
+            IWK_GetConfig(KXKey::GetSealListUrl, strGetSealListUrl);
+            IWK_GetConfig(KXKey::SignHashUrl, strSignHashUrl);
+            IWK_GetConfig(KXKey::SaveSignLogUrl, strSaveSignLogUrl);
+            IWK_GetConfig(KXKey::convertToPdfUrl, strConvertToPdfUrl);
+            IWK_GetConfig(KXKey::sealManageHost, strSealManageHost);
+            IWK_GetConfig(KXKey::sealManagePort, strSealManagePort);
+            IWK_GetConfig(KXKey::getPrintCount, strGetPrintCount);
+            IWK_GetConfig(KXKey::updatePrint, strUpdatePrint);
 
             if (iServerFlag != 0) {
                 strHost = m_stInitInfo.ServerIp;
@@ -80,24 +80,24 @@ long CKXSealOpenApi::OnInit(const std::string& text) {
     struct Endpoint {
         const char* replyKey;
         std::string* field;
-        const char* configKey;
+        KXKey configKey;
     };
     const Endpoint endpoints[] = {
-        {"host", &strHost, "Host"},
-        {"port", &strPort, "Port"},
-        {"loginUrl", &strLoginUrl, "LoginUrl"},
-        {"logoutUrl", &strLogoutUrl, "LogoutUrl"},
-        {"getSealListUrl", &strGetSealListUrl, "GetSealListUrl"},
-        {"signHashUrl", &strSignHashUrl, "SignHashUrl"},
-        {"saveSignLogUrl", &strSaveSignLogUrl, "SaveSignLogUrl"},
-        {"ConvertDocUrl", &strConvertToPdfUrl, "convertToPdfUrl"},
+        {"host", &strHost, KXKey::Host},
+        {"port", &strPort, KXKey::Port},
+        {"loginUrl", &strLoginUrl, KXKey::LoginUrl},
+        {"logoutUrl", &strLogoutUrl, KXKey::LogoutUrl},
+        {"getSealListUrl", &strGetSealListUrl, KXKey::GetSealListUrl},
+        {"signHashUrl", &strSignHashUrl, KXKey::SignHashUrl},
+        {"saveSignLogUrl", &strSaveSignLogUrl, KXKey::SaveSignLogUrl},
+        {"ConvertDocUrl", &strConvertToPdfUrl, KXKey::convertToPdfUrl},
     };
     for (const Endpoint& e : endpoints) {
         const std::string value = kxjson::String(root, e.replyKey);
         if (value.empty()) continue;
         *e.field = value;
         // Kept in the store so that the next start begins from what was discovered.
-        IWK_SetConfigByKey(kSection, e.configKey, value);
+        IWK_SetConfigByKey(kSection, IWK_ConfigKey(e.configKey).key, value);
     }
     return KX_OK;
 }
