@@ -259,8 +259,8 @@ TEST_F(HttpTest, TransportFailuresMapToOneCodeEach) {
         {"", KX_ERR_HTTP_BAD_URL},
         {"ftp://127.0.0.1:" + port + "/f", KX_ERR_HTTP_BAD_URL},
         {"127.0.0.1:" + port + "/x", KX_ERR_HTTP_BAD_URL},  // curl would guess http://
-        {server.url("/with space"), KX_ERR_HTTP_BAD_URL},
-        {server.url("/nul") + std::string("\0tail", 5), KX_ERR_HTTP_BAD_URL},
+        {server.url("/with space"), KX_ERR_URL_BAD_CHAR},
+        {server.url("/nul") + std::string("\0tail", 5), KX_ERR_URL_BAD_CHAR},
         {"https://kx-test.invalid/x", KX_ERR_HTTP_RESOLVE},
         {"http://127.0.0.1:" + std::to_string(closedPort) + "/x", KX_ERR_HTTP_CONNECT},
     };
