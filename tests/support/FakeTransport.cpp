@@ -9,11 +9,8 @@ namespace {
 // Stands in the queue for Fault::Oversize, whose body depends on the request.
 const int kOversize = -1;
 
-struct FaultInfo {
-    int code;
-    const char* text;
-};
-const FaultInfo kFaults[] = {
+// Code and detail of each Fault, in its order.
+const std::pair<int, const char*> kFaults[] = {
     {KX_ERR_HTTP_CONNECT, "fake: connection refused"},
     {KX_ERR_HTTP_TRANSPORT, "fake: connection reset by peer"},
     {KX_ERR_HTTP_TIMEOUT, "fake: timed out"},
@@ -22,10 +19,6 @@ const FaultInfo kFaults[] = {
 };
 
 }  // namespace
-
-std::string FakeTransport::FaultText(Fault fault) {
-    return kFaults[static_cast<int>(fault)].text;
-}
 
 void FakeTransport::reply(int status, const std::string& body, const std::string& statusLine) {
     KXWireReply answer;
@@ -38,8 +31,8 @@ void FakeTransport::reply(int status, const std::string& body, const std::string
 
 void FakeTransport::fail(Fault fault) {
     KXWireReply answer;
-    answer.code = kFaults[static_cast<int>(fault)].code;
-    answer.detail = kFaults[static_cast<int>(fault)].text;
+    answer.code = kFaults[static_cast<int>(fault)].first;
+    answer.detail = kFaults[static_cast<int>(fault)].second;
     std::lock_guard<std::mutex> lock(mutex_);
     answers_.push_back(std::move(answer));
 }

@@ -27,19 +27,17 @@ namespace kxtest {
 
 class FakeTransport : public IKXTransport {
 public:
-    // Transport faults, and the result code CIWKHttp gives for each.
+    // Transport faults: the result code CIWKHttp gives for each, and the
+    // transport's text it hands on in KXReqResult::msg.
     enum class Fault {
-        Refused,   // 10103: the connection was refused
-        Reset,     // 10107: the server reset the connection
-        Timeout,   // 10105: the exchange timed out
-        Tls,       // 10104: the TLS handshake failed
+        Refused,   // 10103 "fake: connection refused"
+        Reset,     // 10107 "fake: connection reset by peer"
+        Timeout,   // 10105 "fake: timed out"
+        Tls,       // 10104 "fake: TLS handshake failed"
         Oversize,  // 10106: a 200 reply one byte longer than the request's
                    // maxReplyBytes (set a small MaxReplyBytes first), refused
-                   // by CIWKHttp itself
+                   // by CIWKHttp itself with "reply larger than N bytes"
     };
-    // What a fault puts into the reply's detail, which CIWKHttp hands on as
-    // KXReqResult::msg (Oversize: CIWKHttp's own text instead).
-    static std::string FaultText(Fault fault);
 
     FakeTransport() : previous_(IWK_SetTransport(this)) {}
     ~FakeTransport() override { IWK_SetTransport(previous_); }

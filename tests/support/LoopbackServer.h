@@ -31,10 +31,8 @@ KXHeaderGetter HeaderGetter(const Headers& headers);
 Headers ParseHead(const std::string& head);
 
 struct RecordedRequest {
-    std::string method;   // "GET", "POST", ...
-    std::string target;   // path and query exactly as sent
-    std::string path;     // path without the query (decoded by the server)
-    std::string version;  // "HTTP/1.1"
+    std::string method;  // "GET", "POST", ...
+    std::string target;  // path and query exactly as sent
     Headers headers;
     std::string body;     // raw bytes
     int remotePort = -1;  // the same port for requests on one TCP connection
@@ -79,7 +77,7 @@ public:
 
     std::vector<RecordedRequest> requests() const;
     RecordedRequest lastRequest() const;  // empty record when none arrived
-    size_t requestCount() const;
+    size_t requestCount() const { return requests().size(); }
     void clearRequests();
 
 private:
