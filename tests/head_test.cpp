@@ -89,7 +89,7 @@ KXHeaderGetter Altered(Headers headers, const std::string& name, const std::stri
 TEST(SignatureHead, LayoutAndSignedText) {
     const long long before = NowMs();
     const std::string head = CIWKHttp::GetSignatureHead(
-        HTTP_FUNC_POST, "https://h.example:8443/api/v1/x?b=2&a=\xD6\xD0#frag", "h.example",
+        HTTP_FUNC_POST, "https://h.example:8443/api/\xD6\xD0/x?b=2&a=\xD6\xD0#frag", "h.example",
         kProject, kSecret, {}, "application/json");
     const long long after = NowMs();
     ASSERT_TRUE(std::regex_match(head, HeadPattern({{KX_HDR_PROJECT_ID, kProject},
@@ -101,8 +101,8 @@ TEST(SignatureHead, LayoutAndSignedText) {
     const Headers h = ParseHead(head);
     const long long ts = std::stoll(kxtest::HeaderValue(h, KX_HDR_TIMESTAMP));
     EXPECT_TRUE(before <= ts && ts <= after) << ts;
-    // The fragment is never sent, so it is never signed; the host is not signed.
-    EXPECT_EQ(RefSignature(h, "POST\n/api/v1/x?b=2&a=\xD6\xD0\n"),
+    // The bytes of path and query as given; neither fragment nor host.
+    EXPECT_EQ(RefSignature(h, "POST\n/api/\xD6\xD0/x?b=2&a=\xD6\xD0\n"),
               kxtest::HeaderValue(h, KX_HDR_SIGNATURE));
 
     // Two heads never share a nonce.
