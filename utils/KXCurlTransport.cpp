@@ -8,6 +8,7 @@
 #include <mutex>
 #include <new>
 #include <string>
+#include <utility>
 
 #include "KXCurlErrors.h"
 #include "KXHttpParts.h"

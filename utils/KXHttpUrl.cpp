@@ -48,6 +48,10 @@ size_t AuthorityEnd(const std::string& url, size_t authority) {
 
 struct UrlHandle {
     CURLU* url = curl_url();
+
+    UrlHandle() = default;
+    UrlHandle(const UrlHandle&) = delete;
+    UrlHandle& operator=(const UrlHandle&) = delete;
     ~UrlHandle() { curl_url_cleanup(url); }
     std::string part(CURLUPart which) const {
         char* text = nullptr;
