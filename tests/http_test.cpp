@@ -1,5 +1,7 @@
-// The HTTP transport against real loopback servers: bytes on the wire, result
-// codes per outcome, connection reuse, TLS trust, and transport failures.
+// CIWKHttp. Against real loopback servers: the bytes libcurl puts on the wire
+// (targets, heads, bodies), connection reuse, TLS trust and failures only a
+// socket shows. On the fake transport: the front's own rules (URL refusals,
+// result codes, faults, the reply limit, settings, the log).
 #include <gtest/gtest.h>
 
 #include <arpa/inet.h>
@@ -10,13 +12,16 @@
 #include <atomic>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
+#include "FakeTransport.h"
 #include "KXUtils.h"
 #include "LoopbackServer.h"
 #include "TempEnv.h"
 #include "TestCA.h"
 
+using kxtest::FakeTransport;
 using kxtest::LoopbackServer;
 using kxtest::Reply;
 using kxtest::TestCA;
@@ -51,6 +56,12 @@ protected:
     KXReqResult result;
 };
 
+// The front alone: nothing leaves the process.
+class HttpFrontTest : public HttpTest {
+protected:
+    FakeTransport fake;
+};
+
 // "method target|value|value..." of the named headers of a request.
 std::string Line(const kxtest::RecordedRequest& req, std::initializer_list<const char*> names) {
     std::string out = req.method + " " + req.target;
@@ -78,14 +89,11 @@ public:
     explicit RawServer(const std::string& reply) : listener_(BoundSocket(&port_)) {
         ::listen(listener_, 1);
         thread_ = std::thread([this, reply] {
-            int fd = ::accept(listener_, nullptr, nullptr);
-            if (fd < 0) return;
+            const int fd = ::accept(listener_, nullptr, nullptr);  // -1 once shut down
             std::string request;
             char buffer[4096];
-            ssize_t n;
-            while (request.find("\r\n\r\n") == std::string::npos &&
-                   (n = ::recv(fd, buffer, sizeof buffer, 0)) > 0)
-                request.append(buffer, static_cast<size_t>(n));
+            for (ssize_t n = 1; n > 0 && request.find("\r\n\r\n") == std::string::npos;)
+                if ((n = ::recv(fd, buffer, sizeof buffer, 0)) > 0) request.append(buffer, n);
             (void)::send(fd, reply.data(), reply.size(), MSG_NOSIGNAL);
             ::shutdown(fd, SHUT_RDWR);
             ::close(fd);
@@ -106,12 +114,13 @@ private:
 
 }  // namespace
 
-TEST_F(HttpTest, GetSendsTargetAndHeadLinesUnchanged) {
+TEST_F(HttpTest, GetSendsTargetAndHeadLinesAsGiven) {
     LoopbackServer server;
     const std::string reply = "{\"code\":0,\"t\":\"" + kGbk + "\"}";
     server.setDefaultReply(Reply(200, reply, "application/json"));
-    // Query values unencoded, a GBK value, escapes and dot segments: all as typed.
-    const std::string target = "/a/../b/./c?name=" + kGbk + "&p=/x:y@z&enc=%41%2f&e=&l=a,b;c*";
+    // GBK bytes in path and query, escapes and dot segments: all as typed.
+    const std::string target =
+        "/a/../b/" + kGbk + "/./c?name=" + kGbk + "&p=/x:y@z&enc=%41%2f&e=&l=a,b;c*";
 
     ASSERT_EQ(0, get(server.url(target), "X-One: 1\r\nX-Two: two words\n\r\n\r\nX-Three:3"));
     EXPECT_EQ("0|" + reply + "|HTTP/1.1 200 OK", outcome());
@@ -122,9 +131,28 @@ TEST_F(HttpTest, GetSendsTargetAndHeadLinesUnchanged) {
     EXPECT_EQ(0u, req.headerCount("Expect") + req.headerCount("Content-Type"));
     EXPECT_TRUE(req.body.empty());
 
-    // strBody is for GETs of type 1 only; a reused record keeps nothing old.
-    ASSERT_EQ(0, get(server.url("/p"), "", HTTP_REQ_PUT));
-    EXPECT_TRUE(result.strBody.empty());
+    // Redirects are not followed.
+    Reply redirect(302, "");
+    redirect.headers.push_back({"Location", "/elsewhere"});
+    server.queueReply(redirect);
+    EXPECT_EQ(302, get(server.url("/d")));
+    EXPECT_EQ("302|HTTP 302 Found|HTTP/1.1 302 Found", outcome());
+    // Both went over one kept-alive connection.
+    EXPECT_EQ(server.requests()[0].remotePort, server.lastRequest().remotePort);
+
+    // What cannot go as given does not go at all.
+    for (const std::string bad : {"/p/a#b?x=1", "/q?certSn=AB#12", "/p/a b", "/q?x=a b"}) {
+        EXPECT_EQ(KX_ERR_URL_BAD_CHAR, get(server.url(bad)));
+        const bool hash = bad.find('#') != std::string::npos;
+        EXPECT_NE(std::string::npos, result.msg.find(hash ? "'#' (0x23)" : "' ' (0x20)"));
+    }
+    EXPECT_EQ(2u, server.requestCount());
+
+    // Plain HTTP through a proxy names the whole URL there, still as given.
+    ASSERT_TRUE(env.set("KXUtils", "Proxy", server.baseUrl()));
+    const std::string proxied = "http://kx-proxied.test:8080" + target;
+    ASSERT_EQ(0, get(proxied));
+    EXPECT_EQ("GET " + proxied + "|kx-proxied.test:8080", Line(server.lastRequest(), {"Host"}));
 }
 
 TEST_F(HttpTest, PostAndPutSendBodyBytesUnchanged) {
@@ -136,7 +164,6 @@ TEST_F(HttpTest, PostAndPutSendBodyBytesUnchanged) {
               Line(server.lastRequest(), {"Content-Length", "Content-Type"}));
     EXPECT_EQ(body, server.lastRequest().body);
     EXPECT_EQ(1u, server.lastRequest().headerCount("Content-Type"));
-    EXPECT_TRUE(result.strBody.empty());
 
     ASSERT_EQ(0, put(server.url("/put"), body, HTTP_CONTENT_FORM));
     EXPECT_EQ("PUT /put|application/x-www-form-urlencoded",
@@ -155,47 +182,6 @@ TEST_F(HttpTest, PostAndPutSendBodyBytesUnchanged) {
 
     ASSERT_EQ(0, post(server.url("/empty"), ""));
     EXPECT_EQ("POST /empty|0", Line(server.lastRequest(), {"Content-Length"}));
-}
-
-TEST_F(HttpTest, StatusCodesBecomeResultCodes) {
-    LoopbackServer server;
-    const std::string refusal = "{\"code\":401,\"msg\":\"token refused\"}";
-    server.queueReply(Reply(401, refusal, "application/json"));
-    server.queueReply(Reply(404, ""));
-    server.queueReply(Reply(500, "boom"));
-    Reply redirect(302, "");
-    redirect.headers.push_back({"Location", "/elsewhere"});
-    server.queueReply(redirect);
-    server.queueReply(Reply(204, ""));
-
-    result.strBody = "stale";
-    EXPECT_EQ(401, get(server.url("/a")));
-    EXPECT_EQ("401|" + refusal + "|HTTP/1.1 401 Unauthorized", outcome());
-    EXPECT_TRUE(result.strBody.empty());
-    EXPECT_EQ(404, post(server.url("/b"), "{}"));
-    EXPECT_EQ("404|HTTP 404 Not Found|HTTP/1.1 404 Not Found", outcome());
-    EXPECT_EQ(500, put(server.url("/c"), "{}", HTTP_CONTENT_JSON));
-    EXPECT_EQ("boom", result.msg);
-    EXPECT_EQ(302, get(server.url("/d")));  // redirects are not followed
-    EXPECT_EQ("HTTP 302 Found", result.msg);
-    EXPECT_EQ(4u, server.requestCount());
-    EXPECT_EQ(0, get(server.url("/e")));
-    EXPECT_EQ("0||HTTP/1.1 204 No Content", outcome());
-}
-
-TEST_F(HttpTest, SequentialRequestsShareOneConnection) {
-    ASSERT_TRUE(env.set("KXUtils", "CAFile", TestCA::instance().caFile()));
-    for (auto scheme : {LoopbackServer::Scheme::Http, LoopbackServer::Scheme::Https}) {
-        LoopbackServer server(scheme);
-        SCOPED_TRACE(server.baseUrl());
-        ASSERT_EQ(0, get(server.url("/1")));
-        ASSERT_EQ(0, post(server.url("/2"), "{\"a\":1}"));
-        ASSERT_EQ(0, get(server.url("/3")));
-        const std::vector<kxtest::RecordedRequest> reqs = server.requests();
-        ASSERT_EQ(3u, reqs.size());
-        EXPECT_EQ(reqs[0].remotePort, reqs[1].remotePort);
-        EXPECT_EQ(reqs[0].remotePort, reqs[2].remotePort);
-    }
 }
 
 TEST_F(HttpTest, EachThreadCompletesItsOwnRequests) {
@@ -225,6 +211,8 @@ TEST_F(HttpTest, TlsTrustFollowsConfiguration) {
     ASSERT_TRUE(env.set("KXUtils", "CAFile", TestCA::instance().caFile()));
     EXPECT_EQ(0, get(url));
     EXPECT_EQ("HTTP/1.1 200 OK", result.strExtra);
+    EXPECT_EQ(0, post(url, "{}"));  // over the same kept-alive connection
+    EXPECT_EQ(server.requests()[0].remotePort, server.lastRequest().remotePort);
 
     // The connection verified under the test CA must not serve a request that
     // trusts something else; nor do the system store or a missing file trust it.
@@ -249,98 +237,138 @@ TEST_F(HttpTest, TlsTrustFollowsConfiguration) {
     EXPECT_NE(0, get("http://127.0.0.1:" + std::to_string(server.port()) + "/x"));
 }
 
-TEST_F(HttpTest, TransportFailuresMapToOneCodeEach) {
-    LoopbackServer server;
-    const std::string port = std::to_string(server.port());
+TEST_F(HttpTest, SocketFailuresMapToTheirCodes) {
     int closedPort = 0;
     ::close(BoundSocket(&closedPort));
+    EXPECT_EQ(KX_ERR_HTTP_CONNECT, get("http://127.0.0.1:" + std::to_string(closedPort) + "/x"));
+    EXPECT_EQ(std::to_string(KX_ERR_HTTP_CONNECT) + "|" + result.msg + "|", outcome());
+    EXPECT_FALSE(result.msg.empty());
 
-    const std::vector<std::pair<std::string, int>> cases = {
-        {"", KX_ERR_HTTP_BAD_URL},
-        {"ftp://127.0.0.1:" + port + "/f", KX_ERR_HTTP_BAD_URL},
-        {"127.0.0.1:" + port + "/x", KX_ERR_HTTP_BAD_URL},  // curl would guess http://
-        {server.url("/with space"), KX_ERR_HTTP_BAD_URL},
-        {server.url("/nul") + std::string("\0tail", 5), KX_ERR_HTTP_BAD_URL},
-        {"https://kx-test.invalid/x", KX_ERR_HTTP_RESOLVE},
-        {"http://127.0.0.1:" + std::to_string(closedPort) + "/x", KX_ERR_HTTP_CONNECT},
-    };
-    for (const auto& [url, code] : cases) {
-        SCOPED_TRACE(url);
-        result.msg = result.strExtra = "stale";
-        EXPECT_EQ(code, get(url));
-        EXPECT_EQ(std::to_string(code) + "|" + result.msg + "|", outcome());
-        EXPECT_FALSE(result.msg.empty() || result.msg == "stale");
-        EXPECT_EQ(code, post(url, "{}"));
-    }
-    EXPECT_EQ(0u, server.requestCount());
-}
-
-TEST_F(HttpTest, TimeoutAndReplyLimit) {
-    LoopbackServer server;
-    ASSERT_TRUE(env.set("KXUtils", "TimeoutMs", "300"));
-    server.setDelayMs(1000);
-    EXPECT_EQ(KX_ERR_HTTP_TIMEOUT, get(server.url("/slow")));
-    EXPECT_EQ(KX_ERR_HTTP_TIMEOUT, result.errCode);
-    EXPECT_EQ(1u, server.requestCount());
-    server.setDelayMs(0);
-
+    // Replies no server library would send; a chunked one announces no length,
+    // so the limit must hold while bytes arrive.
     ASSERT_TRUE(env.set("KXUtils", "MaxReplyBytes", "1000"));
-    server.queueReply(Reply(200, std::string(5000, 'r')));
-    EXPECT_EQ(KX_ERR_HTTP_TOO_LARGE, get(server.url("/large")));
-    EXPECT_TRUE(result.strBody.empty());
-    server.queueReply(Reply(200, std::string(1000, 'r')));  // exactly the limit
-    EXPECT_EQ(0, get(server.url("/limit")));
-    EXPECT_EQ(1000u, result.msg.size());
-    server.queueReply(Reply(500, std::string(5000, 'e')));  // an error reply counts as well
-    EXPECT_EQ(KX_ERR_HTTP_TOO_LARGE, post(server.url("/large"), "{}"));
-}
-
-TEST_F(HttpTest, BadRepliesAreTransportFailures) {
-    ASSERT_TRUE(env.set("KXUtils", "MaxReplyBytes", "1000"));
-    // No length announced: the limit must hold while bytes arrive.
     std::string chunked = "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n";
     for (int i = 0; i < 5; ++i) chunked += "3e8\r\n" + std::string(1000, 'c') + "\r\n";
-    {
-        RawServer raw(chunked + "0\r\n\r\n");
-        EXPECT_EQ(KX_ERR_HTTP_TOO_LARGE, get(raw.url()));
-        EXPECT_EQ("HTTP/1.1 200 OK", result.strExtra);
-    }
-    for (const std::string reply : {"this is no HTTP reply\r\n\r\n", "",
-                                    "HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\nshort"}) {
-        SCOPED_TRACE(reply);
+    const std::vector<std::pair<std::string, std::string>> replies = {
+        {chunked + "0\r\n\r\n", "10106|HTTP/1.1 200 OK"},
+        {"this is no HTTP reply\r\n\r\n", "10107|"},
+        {"", "10107|"},
+        {"HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\nshort", "10107|HTTP/1.1 200 OK"},
+    };
+    for (const auto& [reply, expected] : replies) {
+        SCOPED_TRACE(reply.substr(0, 30));
         RawServer raw(reply);
-        EXPECT_EQ(KX_ERR_HTTP_TRANSPORT, reply.empty() ? post(raw.url(), "{}") : get(raw.url()));
+        reply.empty() ? post(raw.url(), "{}") : get(raw.url());
+        EXPECT_EQ(expected, std::to_string(result.errCode) + "|" + result.strExtra);
         EXPECT_FALSE(result.msg.empty());
     }
 }
 
-TEST_F(HttpTest, UnsupportedCallsSendNothing) {
-    LoopbackServer server;
-    EXPECT_EQ(KX_ERR_INVALID_VALUE, get(server.url("/dl"), "", HTTP_REQ_DOWNLOAD));
-    EXPECT_EQ(KX_ERR_INVALID_VALUE, result.errCode);
-    EXPECT_EQ(0u, result.msg.rfind("not supported: ", 0));
-    EXPECT_EQ(KX_ERR_INVALID_VALUE, post(server.url("/up"), "{}", "", HTTP_CONTENT_MULTIPART));
-    EXPECT_EQ(0u, result.msg.rfind("not supported: ", 0));
-
+TEST_F(HttpFrontTest, LocalRefusalsSendNothing) {
+    // URL, code, the beginning of the detail
+    const std::vector<std::tuple<std::string, int, std::string>> cases = {
+        {"", KX_ERR_HTTP_BAD_URL, "empty URL"},
+        {"ftp://h/f", KX_ERR_HTTP_BAD_URL, "Protocol \"ftp\" not supported"},
+        {"h.example:8080/x", KX_ERR_HTTP_BAD_URL, "URL rejected: "},  // curl would guess http://
+        {"http:/h/x", KX_ERR_HTTP_BAD_URL, "URL rejected: no host after http://"},
+        {"https:///x", KX_ERR_HTTP_BAD_URL, "URL rejected: no host after https://"},
+        {"https://kx-test.invalid/x", KX_ERR_HTTP_RESOLVE,
+         "Could not resolve host: kx-test.invalid"},
+        {"https://h/x?certSn=AB#12", KX_ERR_URL_BAD_CHAR, "URL holds '#' (0x23) at byte 21"},
+        {"https://h/a b", KX_ERR_URL_BAD_CHAR, "URL holds ' ' (0x20) at byte 11"},
+        {std::string("https://h/x\0y", 13), KX_ERR_URL_BAD_CHAR,
+         "URL holds a control byte (0x00) at byte 11"},
+        {"https://h/x?a=\t", KX_ERR_URL_BAD_CHAR, "URL holds a control byte (0x09) at byte 14"},
+        {"https://h/x\r\nX-Evil: 1", KX_ERR_URL_BAD_CHAR, "URL holds a control byte (0x0D)"},
+        {"https://h/\x7F", KX_ERR_URL_BAD_CHAR, "URL holds a control byte (0x7F) at byte 10"},
+        {"HTTPS://h.example:8443/p/" + kGbk + "?q=" + kGbk + "&e=%41", KX_OK, ""},
+        {"http://u:p@[::1]:80?x", KX_OK, ""},
+    };
+    for (const auto& [url, code, start] : cases) {
+        SCOPED_TRACE(url);
+        std::string detail = "stale";
+        EXPECT_EQ(code, IWK_CheckRequestUrl(url, detail));
+        EXPECT_TRUE(code ? detail.rfind(start, 0) == 0 : detail.empty()) << detail;
+        if (code == KX_OK) continue;
+        result.msg = result.strExtra = "stale";
+        EXPECT_EQ(code, get(url));
+        EXPECT_EQ(std::to_string(code) + "|" + detail + "|", outcome());
+        EXPECT_EQ(code, post(url, "{}"));
+    }
+    // Nor do calls this layer does not support, or that have no result record.
+    EXPECT_EQ(KX_ERR_INVALID_VALUE, get("https://h/dl", "", HTTP_REQ_DOWNLOAD));
+    EXPECT_EQ("10001|not supported: download to a file|", outcome());
+    EXPECT_EQ(KX_ERR_INVALID_VALUE, post("https://h/up", "{}", "", HTTP_CONTENT_MULTIPART));
+    EXPECT_EQ("10001|not supported: multipart upload|", outcome());
     EXPECT_EQ(KX_ERR_INVALID_VALUE,
-              CIWKHttp::Get(server.url("/null"), "", "", nullptr, HTTP_REQ_PLAIN, nullptr));
+              CIWKHttp::Get("https://h/null", "", "", nullptr, HTTP_REQ_PLAIN, nullptr));
     EXPECT_EQ(KX_ERR_INVALID_VALUE,
-              CIWKHttp::Post(server.url("/null"), "{}", "", nullptr, HTTP_CONTENT_JSON,
-                             HTTP_REQ_PLAIN, nullptr, nullptr, nullptr));
-    EXPECT_EQ(0u, server.requestCount());
+              CIWKHttp::Post("https://h/null", "{}", "", nullptr, HTTP_CONTENT_JSON, HTTP_REQ_PLAIN,
+                             nullptr, nullptr, nullptr));
+    EXPECT_EQ(0u, fake.requestCount());
 }
 
-TEST_F(HttpTest, LogShowsRequestButNeverHeadOrBody) {
-    LoopbackServer server;
-    server.queueReply(Reply(403, "denied"));
-    const std::string url = server.url("/logged?k=v");
-    EXPECT_EQ(403, post(url, "{\"body\":\"BODY-MARKER\"}", "X-Secret: HEAD-MARKER"));
-    EXPECT_EQ(0, get(url, "X-Secret: HEAD-MARKER"));
+// Every kind of answer, read by GET (type 1 and 4) and PUT alike, and the log of it.
+TEST_F(HttpFrontTest, EachAnswerEndsInItsResult) {
+    ASSERT_TRUE(env.set("KXUtils", "MaxReplyBytes", "1000"));
+    using F = FakeTransport::Fault;
+    const std::string refusal = "{\"code\":401,\"msg\":\"token refused\"}";
+    const std::string full(1000, 'r');
+    // status (0: the fault), body, fault, errCode|msg|strExtra
+    const std::vector<std::tuple<int, std::string, F, std::string>> cases = {
+        {204, "", {}, "0||HTTP/1.1 204"},
+        {200, full, {}, "0|" + full + "|HTTP/1.1 200"},  // the limit itself passes
+        {401, refusal, {}, "401|" + refusal + "|HTTP/1.1 401"},
+        {404, "", {}, "404|HTTP 404|HTTP/1.1 404"},
+        {500, "boom", {}, "500|boom|HTTP/1.1 500"},
+        {500, full + "e", {}, "10106|reply larger than 1000 bytes|HTTP/1.1 500"},
+        {101, "", {}, "10107|unexpected reply: HTTP/1.1 101|HTTP/1.1 101"},
+        {0, "", F::Refused, "10103|fake: connection refused|"},
+        {0, "", F::Reset, "10107|fake: connection reset by peer|"},
+        {0, "", F::Timeout, "10105|fake: timed out|"},
+        {0, "", F::Tls, "10104|fake: TLS handshake failed|"},
+        {0, "", F::Oversize, "10106|reply larger than 1000 bytes|HTTP/1.1 200"},
+    };
+    for (const auto& [status, body, fault, expected] : cases) {
+        SCOPED_TRACE(expected.substr(0, 40));
+        for (int call = 0; call < 3; ++call) {
+            status ? fake.reply(status, body) : fake.fail(fault);
+            result.strBody = "stale";
+            const std::string head = "X-Secret: HEAD-MARKER";
+            const int code = call == 0 ? get("https://h/g?k=v", head)
+                             : call == 1
+                                 ? get("https://h/g?k=v", head, HTTP_REQ_PUT)
+                                 : put("https://h/p", "{\"BODY-MARKER\":1}", HTTP_CONTENT_JSON);
+            EXPECT_EQ(expected, outcome());
+            EXPECT_EQ(result.errCode, code);
+            // strBody is for GETs of type 1 with a 2xx reply only.
+            EXPECT_EQ(call == 0 && code == 0 ? body : "", result.strBody);
+        }
+    }
+    // The log shows each request and failure, never a head or a body.
     const std::string log = env.readLog();
-    EXPECT_NE(std::string::npos, log.find("POST " + url + " -> 403"));
-    EXPECT_NE(std::string::npos, log.find("GET " + url + " -> 0"));
-    EXPECT_EQ(std::string::npos, log.find("HEAD-MARKER"));
-    EXPECT_EQ(std::string::npos, log.find("BODY-MARKER"));
+    EXPECT_NE(std::string::npos, log.find("GET https://h/g?k=v -> 401"));
+    EXPECT_NE(std::string::npos,
+              log.find("PUT https://h/p failed: 10103 fake: connection refused"));
+    EXPECT_EQ(std::string::npos, log.find("MARKER"));
+}
+
+TEST_F(HttpFrontTest, SettingsReachTheTransport) {
+    auto settings = [&] {
+        const KXWireRequest r = fake.lastRequest();
+        return std::to_string(r.verifyTls) + "|" + r.caFile + "|" +
+               std::to_string(r.connectTimeoutMs) + "|" + std::to_string(r.timeoutMs) + "|" +
+               std::to_string(r.proxySet) + "|" + r.proxy + "|" + std::to_string(r.maxReplyBytes);
+    };
+    env.writeConfig(
+        "[KXUtils]\nCAFile=/ca.pem\nVerifyTLS=0\nConnectTimeoutMs=0\nTimeoutMs=300\n"
+        "Proxy=http://proxy:3128\nMaxReplyBytes=1000\n");
+    ASSERT_EQ(0, get("https://h/g"));
+    EXPECT_EQ("0|/ca.pem|0|300|1|http://proxy:3128|1000", settings());
+    // Unusable numbers keep the defaults; no Proxy key leaves it to the environment.
+    env.writeConfig("[KXUtils]\nConnectTimeoutMs=-1\nTimeoutMs=-5\nMaxReplyBytes=0\n");
+    ASSERT_EQ(0, get("https://h/g"));
+    EXPECT_EQ("1||10000|60000|0||67108864", settings());
 }
 
 TEST(HttpUrl, GetCompleteUrl) {

@@ -9,7 +9,6 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstdlib>
 #include <deque>
 #include <mutex>
@@ -103,27 +102,21 @@ struct LoopbackServer::Impl {
     int port = -1;
 
     mutable std::mutex mutex;
-    mutable std::condition_variable changed;  // a request arrived, or stopping
-    bool stopping = false;
     std::vector<RecordedRequest> requests;
     std::map<std::string, Handler> handlers;
     std::deque<Reply> queue;
     Reply defaultReply;
-    int delayMs = 0;
 
     void serve(const httplib::Request& req, httplib::Response& res) {
         RecordedRequest record;
         record.method = req.method;
         record.target = req.target;
-        record.path = req.path;
-        record.version = req.version;
         for (const auto& h : req.headers) record.headers.emplace(h.first, h.second);
         record.body = req.body;
         record.remotePort = req.remote_port;
 
         Handler handler;
         Reply reply;
-        int delay = 0;
         {
             std::lock_guard<std::mutex> lock(mutex);
             requests.push_back(record);
@@ -136,15 +129,8 @@ struct LoopbackServer::Impl {
             } else {
                 reply = defaultReply;
             }
-            delay = delayMs;
         }
-        changed.notify_all();
         if (handler) reply = handler(record);
-        if (reply.delayMs > 0) delay = reply.delayMs;
-        if (delay > 0) {
-            std::unique_lock<std::mutex> lock(mutex);
-            changed.wait_for(lock, std::chrono::milliseconds(delay), [this] { return stopping; });
-        }
         res.status = reply.status;
         for (const auto& h : reply.headers) res.set_header(h.first, h.second);
         res.set_content(reply.body, reply.contentType);
@@ -173,9 +159,6 @@ LoopbackServer::LoopbackServer(Scheme scheme, const TestCA* ca) : impl_(new Impl
     server.Get(".*", serve);
     server.Post(".*", serve);
     server.Put(".*", serve);
-    server.Patch(".*", serve);
-    server.Delete(".*", serve);
-    server.Options(".*", serve);
 
     impl_->port = server.bind_to_any_port("127.0.0.1");
     if (impl_->port <= 0) throw std::runtime_error("LoopbackServer: cannot bind 127.0.0.1");
@@ -193,11 +176,6 @@ LoopbackServer::LoopbackServer(Scheme scheme, const TestCA* ca) : impl_(new Impl
 }
 
 LoopbackServer::~LoopbackServer() {
-    {
-        std::lock_guard<std::mutex> lock(impl_->mutex);
-        impl_->stopping = true;
-    }
-    impl_->changed.notify_all();
     impl_->server->stop();
     ShutdownConnectionsOn(impl_->port);
     impl_->thread.join();
@@ -218,11 +196,6 @@ void LoopbackServer::queueReply(const Reply& reply) {
     impl_->queue.push_back(reply);
 }
 
-void LoopbackServer::setDelayMs(int delayMs) {
-    std::lock_guard<std::mutex> lock(impl_->mutex);
-    impl_->delayMs = delayMs;
-}
-
 std::string LoopbackServer::baseUrl() const {
     return impl_->scheme + "://127.0.0.1:" + std::to_string(impl_->port);
 }
@@ -239,11 +212,6 @@ std::vector<RecordedRequest> LoopbackServer::requests() const {
 RecordedRequest LoopbackServer::lastRequest() const {
     std::lock_guard<std::mutex> lock(impl_->mutex);
     return impl_->requests.empty() ? RecordedRequest() : impl_->requests.back();
-}
-
-size_t LoopbackServer::requestCount() const {
-    std::lock_guard<std::mutex> lock(impl_->mutex);
-    return impl_->requests.size();
 }
 
 void LoopbackServer::clearRequests() {

@@ -31,10 +31,8 @@ KXHeaderGetter HeaderGetter(const Headers& headers);
 Headers ParseHead(const std::string& head);
 
 struct RecordedRequest {
-    std::string method;   // "GET", "POST", ...
-    std::string target;   // path and query exactly as sent
-    std::string path;     // path without the query (decoded by the server)
-    std::string version;  // "HTTP/1.1"
+    std::string method;  // "GET", "POST", ...
+    std::string target;  // path and query exactly as sent
     Headers headers;
     std::string body;     // raw bytes
     int remotePort = -1;  // the same port for requests on one TCP connection
@@ -49,7 +47,6 @@ struct Reply {
     std::string body;
     std::string contentType = "text/plain";
     std::vector<std::pair<std::string, std::string>> headers;
-    int delayMs = 0;  // wait before answering (cut short when the server stops)
 
     Reply() = default;
     Reply(int status, std::string body, std::string contentType = "text/plain")
@@ -73,8 +70,6 @@ public:
     void setDefaultReply(const Reply& reply);
     void handle(const std::string& path, Handler handler);
     void queueReply(const Reply& reply);
-    // Delay for every reply that sets none of its own.
-    void setDelayMs(int delayMs);
 
     std::string baseUrl() const;  // "http(s)://127.0.0.1:PORT"
     std::string url(const std::string& target) const { return baseUrl() + target; }
@@ -82,7 +77,7 @@ public:
 
     std::vector<RecordedRequest> requests() const;
     RecordedRequest lastRequest() const;  // empty record when none arrived
-    size_t requestCount() const;
+    size_t requestCount() const { return requests().size(); }
     void clearRequests();
 
 private:
