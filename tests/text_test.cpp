@@ -141,7 +141,7 @@ TEST(LastError, PerThreadAndTexts) {
     for (long known :
          {0L,     10001L, 10003L, 10005L, 10006L, 10009L, 10010L, 10016L, 10024L, 10027L,
           10046L, 10048L, 10076L, 25034L, 31015L, 32004L, 33030L, 37007L, 37008L, 37011L,
-          10101L, 10102L, 10103L, 10104L, 10105L, 10106L, 10107L, 10108L, 10110L}) {
+          10101L, 10102L, 10103L, 10104L, 10105L, 10106L, 10107L, 10108L, 10110L, 10111L}) {
         EXPECT_FALSE(IWK_IsUnknownError(known)) << known;
         EXPECT_EQ(std::string::npos, IWK_GetErrorMsg(known).find("unknown")) << known;
     }

@@ -180,7 +180,7 @@ bool HttpProxyMayApply(const KXWireRequest& request) {
             }
         }
     }
-    return !proxy.empty() && !kxhttp::StartsWithNoCase(proxy, "socks");
+    return !proxy.empty() && !kxascii::StartsWithNoCase(proxy, "socks");
 }
 
 // The request line carries path and query exactly as given: from the URL
@@ -190,7 +190,7 @@ bool HttpProxyMayApply(const KXWireRequest& request) {
 // absolute form, which HTTP/1.1 servers accept.
 std::string TargetOf(const KXWireRequest& request) {
     std::string target = kxhttp::PathAndQuery(request.url);
-    if (kxhttp::StartsWithNoCase(request.url, "http://") && HttpProxyMayApply(request))
+    if (kxascii::StartsWithNoCase(request.url, "http://") && HttpProxyMayApply(request))
         target.insert(0, kxhttp::Origin(request.url));
     return target;
 }

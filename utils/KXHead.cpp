@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "KXHttpParts.h"
+#include "KXAscii.h"
 #include "KXUtils.h"
 
 namespace {
@@ -160,13 +161,6 @@ IKXHeadProvider& CurrentProvider() {
 // ---------------------------------------------------------------------------
 // Server side.
 
-std::string Trimmed(const std::string& value) {
-    size_t first = value.find_first_not_of(" \t");
-    if (first == std::string::npos) return std::string();
-    size_t last = value.find_last_not_of(" \t");
-    return value.substr(first, last - first + 1);
-}
-
 bool IsLowerHex(const std::string& text, size_t length) {
     if (text.size() != length) return false;
     for (char c : text) {
@@ -222,10 +216,10 @@ struct Identity {
 KXHeadCheck ReadIdentity(const KXHeaderGetter& header, const KXSecretLookup& lookup,
                          long long nowMs, long long windowMs, Identity& id) {
     if (!header) return KX_HEAD_MISSING;
-    id.projectId = Trimmed(header(KX_HDR_PROJECT_ID));
-    id.timestampText = Trimmed(header(KX_HDR_TIMESTAMP));
-    id.nonce = Trimmed(header(KX_HDR_NONCE));
-    const std::string signature = Trimmed(header(KX_HDR_SIGNATURE));
+    id.projectId = kxascii::Trim(header(KX_HDR_PROJECT_ID));
+    id.timestampText = kxascii::Trim(header(KX_HDR_TIMESTAMP));
+    id.nonce = kxascii::Trim(header(KX_HDR_NONCE));
+    const std::string signature = kxascii::Trim(header(KX_HDR_SIGNATURE));
     long long timestamp = 0;
     if (id.projectId.empty() || !ParseTimestamp(id.timestampText, timestamp) ||
         !IsLowerHex(id.nonce, 2 * kNonceBytes) || !DecodeMac(signature, id.mac))
@@ -296,12 +290,12 @@ KXHeadCheck IWK_VerifyInkwellHead(const std::string& body, const KXHeaderGetter&
     try {
         if (authorization != nullptr) authorization->clear();
         if (!header) return KX_HEAD_MISSING;
-        const std::string claimedDigest = Trimmed(header(KX_HDR_CONTENT_SHA256));
+        const std::string claimedDigest = kxascii::Trim(header(KX_HDR_CONTENT_SHA256));
         if (!IsLowerHex(claimedDigest, 2 * kMacBytes)) return KX_HEAD_MISSING;
         Identity id;
         KXHeadCheck check = ReadIdentity(header, lookup, nowMs, windowMs, id);
         if (check != KX_HEAD_OK) return check;
-        const std::string carried = Trimmed(header(KX_HDR_AUTHORIZATION));
+        const std::string carried = kxascii::Trim(header(KX_HDR_AUTHORIZATION));
         const std::string expected = HmacSha256(
             id.secret, SignedTextOfBody(id.timestampText, id.nonce, claimedDigest, carried));
         if (!SameBytes(expected, id.mac)) return KX_HEAD_BAD_SIGNATURE;

@@ -120,7 +120,7 @@ int Perform(Method method, const std::string& url, std::string* body, const std:
     kxhttp::ReadSettings(request);
     request.headers = kxhttp::HeaderLines(head, body != nullptr, contentType);
     if (body != nullptr) request.body = std::move(*body);
-    if (!request.verifyTls && kxhttp::StartsWithNoCase(url, "https://"))
+    if (!request.verifyTls && kxascii::StartsWithNoCase(url, "https://"))
         KX_LOG(KX_LOG_WARN, kSource, FunctionName(method),
                "TLS verification is off ([KXUtils] VerifyTLS=0): %s", url.c_str());
 
@@ -190,8 +190,8 @@ std::string CIWKHttp::GetCompleteUrl(const std::string& path, const std::string&
                                      const std::string& port, bool /*flag*/) {
     try {
         std::string url;
-        if (!kxhttp::StartsWithNoCase(host, "http://") &&
-            !kxhttp::StartsWithNoCase(host, "https://"))
+        if (!kxascii::StartsWithNoCase(host, "http://") &&
+            !kxascii::StartsWithNoCase(host, "https://"))
             url = "https://";
         url += host;
         if (!port.empty() && port != "0") url += ":" + port;

@@ -8,9 +8,9 @@ namespace {
 
 // A header line naming Content-Type, also in curl's "Name;" (empty value) form.
 bool IsContentTypeLine(const std::string& line) {
-    if (!kxhttp::StartsWithNoCase(line, "content-type")) return false;
+    if (!kxascii::StartsWithNoCase(line, "content-type")) return false;
     size_t i = std::strlen("content-type");
-    while (i < line.size() && (line[i] == ' ' || line[i] == '\t')) ++i;
+    while (i < line.size() && kxascii::IsBlank(line[i])) ++i;
     return i < line.size() && (line[i] == ':' || line[i] == ';');
 }
 
@@ -30,17 +30,6 @@ std::vector<std::string> SplitHead(const std::string& head) {
 }
 
 }  // namespace
-
-bool kxhttp::StartsWithNoCase(const std::string& text, const char* prefix) {
-    const size_t n = std::strlen(prefix);
-    if (text.size() < n) return false;
-    for (size_t i = 0; i < n; ++i) {
-        if (std::tolower(static_cast<unsigned char>(text[i])) !=
-            std::tolower(static_cast<unsigned char>(prefix[i])))
-            return false;
-    }
-    return true;
-}
 
 std::vector<std::string> kxhttp::HeaderLines(const std::string& head, bool withBody,
                                              HTTPContentType contentType) {

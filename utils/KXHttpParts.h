@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "KXAscii.h"
 #include "KXTransport.h"
 #include "KXUtils.h"
 
@@ -21,7 +22,6 @@ void ReadSettings(KXWireRequest& request);
 // non-blank line of the head. Any CR or LF ends a line.
 std::vector<std::string> HeaderLines(const std::string& head, bool withBody,
                                      HTTPContentType contentType);
-bool StartsWithNoCase(const std::string& text, const char* prefix);
 
 // KXHttpUrl.cpp: path and query of a URL as the request line carries them:
 // all that follows scheme and authority, up to a fragment; "/" before a bare

@@ -2,27 +2,19 @@
 #include "KXConfigSnapshot.h"
 #include "KXHttpParts.h"
 
-namespace {
-
-const int kDefaultConnectTimeoutMs = 10000;
-const int kDefaultTimeoutMs = 60000;
-const int kDefaultMaxReplyBytes = 67108864;
-
-}  // namespace
-
 void kxhttp::ReadSettings(KXWireRequest& request) {
     const kxutils::ConfigSnapshot config;
-    config.Get("KXUtils", "CAFile", request.caFile, "");
+    config.Get(KXKey::CAFile, request.caFile);
     int verify = 1;
-    config.Get("KXUtils", "VerifyTLS", verify, 1);
+    config.Get(KXKey::VerifyTLS, verify);
     request.verifyTls = verify != 0;
     int value = 0;
     // 0 keeps curl's meaning (no limit); a negative value is a typing error.
-    config.Get("KXUtils", "ConnectTimeoutMs", value, kDefaultConnectTimeoutMs);
-    request.connectTimeoutMs = value >= 0 ? value : kDefaultConnectTimeoutMs;
-    config.Get("KXUtils", "TimeoutMs", value, kDefaultTimeoutMs);
-    request.timeoutMs = value >= 0 ? value : kDefaultTimeoutMs;
-    request.proxySet = config.Get("KXUtils", "Proxy", request.proxy, "") != 0;
-    config.Get("KXUtils", "MaxReplyBytes", value, kDefaultMaxReplyBytes);
-    request.maxReplyBytes = value > 0 ? value : kDefaultMaxReplyBytes;
+    config.Get(KXKey::ConnectTimeoutMs, value);
+    request.connectTimeoutMs = value >= 0 ? value : kxutils::DefaultInt(KXKey::ConnectTimeoutMs);
+    config.Get(KXKey::TimeoutMs, value);
+    request.timeoutMs = value >= 0 ? value : kxutils::DefaultInt(KXKey::TimeoutMs);
+    request.proxySet = config.Get(KXKey::Proxy, request.proxy) != 0;
+    config.Get(KXKey::MaxReplyBytes, value);
+    request.maxReplyBytes = value > 0 ? value : kxutils::DefaultInt(KXKey::MaxReplyBytes);
 }

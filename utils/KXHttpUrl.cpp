@@ -35,11 +35,6 @@ std::string ByteReport(unsigned char c, size_t at) {
     return text;
 }
 
-bool EndsWith(const std::string& text, const std::string& suffix) {
-    return text.size() >= suffix.size() &&
-           text.compare(text.size() - suffix.size(), suffix.size(), suffix) == 0;
-}
-
 // Where the authority of "scheme://authority..." ends.
 size_t AuthorityEnd(const std::string& url, size_t authority) {
     const size_t end = url.find_first_of("/?#", authority);
@@ -91,7 +86,7 @@ int Check(const std::string& url, std::string& detail) {
     // curl also takes "http:/h" and "http:///h", each with its own idea of
     // where the path starts; only the plain form leaves no doubt.
     const size_t authority = scheme.size() + 3;
-    if (!kxhttp::StartsWithNoCase(url, (scheme + "://").c_str()) ||
+    if (!kxascii::StartsWithNoCase(url, (scheme + "://").c_str()) ||
         AuthorityEnd(url, authority) == authority) {
         detail = "URL rejected: no host after " + scheme + "://";
         return KX_ERR_HTTP_BAD_URL;
@@ -99,9 +94,9 @@ int Check(const std::string& url, std::string& detail) {
     // Names under .invalid never resolve (RFC 6761): fail without asking a
     // name server.
     std::string host = parsed.part(CURLUPART_HOST);
-    for (char& c : host) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    host = kxascii::Lower(host);
     while (!host.empty() && host.back() == '.') host.pop_back();
-    if (host == "invalid" || EndsWith(host, ".invalid")) {
+    if (host == "invalid" || kxascii::EndsWith(host, ".invalid")) {
         detail = "Could not resolve host: " + host;
         return KX_ERR_HTTP_RESOLVE;
     }

@@ -15,18 +15,13 @@
 #include <stdexcept>
 #include <thread>
 
+#include "KXAscii.h"
 #include "TestCA.h"
 
 namespace kxtest {
 
 bool CaseLess::operator()(const std::string& a, const std::string& b) const {
-    const size_t n = std::min(a.size(), b.size());
-    for (size_t i = 0; i < n; ++i) {
-        int ca = std::tolower(static_cast<unsigned char>(a[i]));
-        int cb = std::tolower(static_cast<unsigned char>(b[i]));
-        if (ca != cb) return ca < cb;
-    }
-    return a.size() < b.size();
+    return kxascii::Compare(a, b, true) < 0;
 }
 
 std::string HeaderValue(const Headers& headers, const std::string& name) {

@@ -5,6 +5,7 @@
 #include <set>
 #include <sstream>
 
+#include "KXAscii.h"
 #include "KXUtils.h"
 #include "SimServer.h"
 
@@ -98,7 +99,7 @@ void InstallCloudCheck(Sim& sim) {
             ReplyCode(res, 400, "give sn or certB64");
             return;
         }
-        for (char& c : serial) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+        serial = kxascii::Upper(serial);
         {
             std::lock_guard<std::mutex> lock(sim.mutex());
             Revoked().insert(serial);
