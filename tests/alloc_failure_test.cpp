@@ -7,6 +7,9 @@
 #include <new>
 #include <string>
 
+#include "CloudCheckCert.h"
+#include "CorvaneApi.h"
+#include "FakeTransport.h"
 #include "InkwellApi.h"
 #include "KXReplyParsers.h"
 #include "KXSealOpenApi.h"
@@ -108,5 +111,70 @@ TEST(AllocFailure, ExportedFunctionsAnswerWithACode) {
         std::string result;
         Arm();
         KXSER_CertServiceQuery(nullptr, nullptr, result);
+    });
+}
+
+// The same through whole operations, with a reply accepted each time.
+TEST(AllocFailure, OperationsAnswerWithACode) {
+    TempEnv env;
+    kxtest::FakeTransport fake;
+    _init_Info_s info;
+    info.SerType = 3;
+    info.ProjectID = "p";
+    info.ProjectSecret = "s";
+    info.ServerIp = "h.example";
+    info.Port = 443;
+    CCorvaneApi platform;
+    ASSERT_EQ(0, platform.Init(info));
+    CKXSealOpenApi seal;
+    seal.m_stInitInfo = info;
+    seal.strHost = "h.example";
+    seal.strLoginUrl = "/login";
+    seal.strGetSealListUrl = "/seals";
+    CInkwellApi legacy;
+    ASSERT_EQ(0, legacy.Init(info));
+    CCloudCheckCert check;
+    ASSERT_EQ(0, check.Init(info));
+    const std::string seals =
+        R"({"errCode":0,"seals":[{"data":")" +
+        IWK_Base64Encode(
+            "<Seal><SealInfo><esID>1</esID><PropertyInfo><name>n</name><cert>C</cert>"
+            "<type>1</type></PropertyInfo><PictrueInfo><data>P</data><type>png</type>"
+            "<width>1</width><height>1</height></PictrueInfo></SealInfo></Seal>") +
+        R"("}]})";
+
+    FailEachAllocation("CCorvaneApi::GetAllInfo", [&] {
+        std::string code, phone;
+        fake.reply(200, R"({"code":0,"data":{"baseRealname":{"code":"c"}}})");
+        Arm();
+        platform.GetAllInfo("acc", code, phone);
+    });
+    FailEachAllocation("CKXSealOpenApi::Login", [&] {
+        fake.reply(200, R"({"errCode":0,"token":"t"})");
+        Arm();
+        seal.Login("u", "p", 2);
+    });
+    FailEachAllocation("CKXSealOpenApi::GetSealList", [&] {
+        std::vector<_seal_Info_s> list;
+        fake.reply(200, seals);
+        Arm();
+        seal.GetSealList(0, "sn", list);
+    });
+    FailEachAllocation("CInkwellApi::UpdateUkeyTryTime", [&] {
+        int remaining = 0;
+        fake.reply(200, R"({"errCode":0,"data":{"remainingTime":3}})");
+        Arm();
+        legacy.UpdateUkeyTryTime("SN", true, false, remaining);
+    });
+    FailEachAllocation("CCloudCheckCert::CheckCert", [&] {
+        fake.reply(200, "<result><retcode>0</retcode></result>");
+        Arm();
+        check.CheckCert("C");
+    });
+    FailEachAllocation("KXSER_CertServiceQuery", [&] {
+        std::string result;
+        fake.reply(200, R"({"code":0,"data":{"a":[1]}})");
+        Arm();
+        KXSER_CertServiceQuery("SN", nullptr, result);
     });
 }
