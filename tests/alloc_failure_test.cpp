@@ -117,7 +117,6 @@ TEST(AllocFailure, ExportedFunctionsAnswerWithACode) {
 // The same through whole operations, with a reply accepted each time.
 TEST(AllocFailure, OperationsAnswerWithACode) {
     TempEnv env;
-    kxtest::FakeTransport fake;
     _init_Info_s info;
     info.SerType = 3;
     info.ProjectID = "p";
@@ -143,36 +142,44 @@ TEST(AllocFailure, OperationsAnswerWithACode) {
             "<width>1</width><height>1</height></PictrueInfo></SealInfo></Seal>") +
         R"("}]})";
 
+    // Each run has a fresh fake, so no answer is left over from a run that
+    // failed before sending.
     FailEachAllocation("CCorvaneApi::GetAllInfo", [&] {
         std::string code, phone;
+        kxtest::FakeTransport fake;
         fake.reply(200, R"({"code":0,"data":{"baseRealname":{"code":"c"}}})");
         Arm();
         platform.GetAllInfo("acc", code, phone);
     });
     FailEachAllocation("CKXSealOpenApi::Login", [&] {
+        kxtest::FakeTransport fake;
         fake.reply(200, R"({"errCode":0,"token":"t"})");
         Arm();
         seal.Login("u", "p", 2);
     });
     FailEachAllocation("CKXSealOpenApi::GetSealList", [&] {
         std::vector<_seal_Info_s> list;
+        kxtest::FakeTransport fake;
         fake.reply(200, seals);
         Arm();
         seal.GetSealList(0, "sn", list);
     });
     FailEachAllocation("CInkwellApi::UpdateUkeyTryTime", [&] {
         int remaining = 0;
+        kxtest::FakeTransport fake;
         fake.reply(200, R"({"errCode":0,"data":{"remainingTime":3}})");
         Arm();
         legacy.UpdateUkeyTryTime("SN", true, false, remaining);
     });
     FailEachAllocation("CCloudCheckCert::CheckCert", [&] {
+        kxtest::FakeTransport fake;
         fake.reply(200, "<result><retcode>0</retcode></result>");
         Arm();
         check.CheckCert("C");
     });
     FailEachAllocation("KXSER_CertServiceQuery", [&] {
         std::string result;
+        kxtest::FakeTransport fake;
         fake.reply(200, R"({"code":0,"data":{"a":[1]}})");
         Arm();
         KXSER_CertServiceQuery("SN", nullptr, result);
