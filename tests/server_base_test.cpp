@@ -22,27 +22,17 @@ _init_Info_s Info(int type, const char* id, const char* secret, const char* host
 
 TEST(ServerBase, CheckInitInfoRules) {
     TempEnv env;
-    // {SerType, id, secret, host, port}: types 2 and 4 need only host and
-    // port, 9 and 10 id and host, the rest all four.
-    const struct {
-        _init_Info_s info;
-        long code;
-    } rows[] = {
-        {Info(2, "", "", "h", 443), 0},
-        {Info(4, "", "", "h", 1), 0},
-        {Info(2, "id", "s", "h", 0), 10001},
-        {Info(2, "", "", "", 443), 10001},
-        {Info(9, "id", "", "h", 0), 0},
-        {Info(10, "id", "", "h", -5), 0},
-        {Info(9, "", "s", "h", 1), 10001},
-        {Info(3, "id", "s", "h", 1), 0},
-        {Info(3, "id", "", "h", 1), 10001},
-        {Info(0, "id", "s", "h", -1), 10001},
-        {_init_Info_s(), 10001},
-    };
-    for (const auto& row : rows)
-        EXPECT_EQ(row.code, KXServerBase::CheckInitInfo(row.info))
-            << row.info.SerType << " " << row.info.ProjectID << " " << row.info.Port;
+    EXPECT_EQ(0, KXServerBase::CheckInitInfo(Info(2, "", "", "h", 443)));
+    EXPECT_EQ(0, KXServerBase::CheckInitInfo(Info(4, "", "", "h", 1)));
+    EXPECT_EQ(10001, KXServerBase::CheckInitInfo(Info(2, "id", "s", "h", 0)));
+    EXPECT_EQ(10001, KXServerBase::CheckInitInfo(Info(2, "", "", "", 443)));
+    EXPECT_EQ(0, KXServerBase::CheckInitInfo(Info(9, "id", "", "h", 0)));
+    EXPECT_EQ(0, KXServerBase::CheckInitInfo(Info(10, "id", "", "h", -5)));
+    EXPECT_EQ(10001, KXServerBase::CheckInitInfo(Info(9, "", "s", "h", 1)));
+    EXPECT_EQ(0, KXServerBase::CheckInitInfo(Info(3, "id", "s", "h", 1)));
+    EXPECT_EQ(10001, KXServerBase::CheckInitInfo(Info(3, "id", "", "h", 1)));
+    EXPECT_EQ(10001, KXServerBase::CheckInitInfo(Info(0, "id", "s", "h", -1)));
+    EXPECT_EQ(10001, KXServerBase::CheckInitInfo(_init_Info_s()));
     // The secret never reaches the log line of the check.
     KXServerBase::CheckInitInfo(Info(3, "proj", "TopSecret-123", "host.example", 8443));
     const std::string log = env.readLog();
@@ -106,21 +96,16 @@ TEST(ServerBase, GetServerConfigReadsKeysAndSecrets) {
 
 TEST(ServerBase, ServerTypeTexts) {
     TempEnv env;
-    // {text, default, code, type afterwards}; a refusal leaves the type alone.
-    const struct {
-        const char* text;
-        int defaultType;
-        long code;
-        int type;
-    } rows[] = {{"3.0", -1, 0, 2},
-                {"agent", -1, 0, 4},
-                {"", 7, 0, 7},
-                {"", -1, 10001, 7},
-                {"3.0 ", 1, 10001, 7}};
     int type = -9;
-    for (const auto& row : rows) {
-        EXPECT_EQ(row.code, KX_GetServerTypeByStr(row.text, type, row.defaultType)) << row.text;
-        EXPECT_EQ(row.type, type) << row.text;
-    }
+    EXPECT_EQ(0, KX_GetServerTypeByStr("3.0", type, -1));
+    EXPECT_EQ(2, type);
+    EXPECT_EQ(0, KX_GetServerTypeByStr("agent", type, -1));
+    EXPECT_EQ(4, type);
+    EXPECT_EQ(0, KX_GetServerTypeByStr("", type, 7));
+    EXPECT_EQ(7, type);
+    EXPECT_EQ(10001, KX_GetServerTypeByStr("", type, -1));
+    EXPECT_EQ(7, type);
+    EXPECT_EQ(10001, KX_GetServerTypeByStr("3.0 ", type, 1));
+    EXPECT_EQ(7, type);
     EXPECT_NE(std::string::npos, env.readLog().find("lRes:10001, nServerType:7"));
 }
