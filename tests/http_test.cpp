@@ -1,5 +1,7 @@
-// The HTTP transport against real loopback servers: bytes on the wire, result
-// codes per outcome, connection reuse, TLS trust, and transport failures.
+// CIWKHttp. Against real loopback servers: the bytes libcurl puts on the wire
+// (targets, heads, bodies), connection reuse, TLS trust and failures only a
+// socket shows. On the fake transport: the front's own rules (URL refusals,
+// result codes, faults, the reply limit, settings, the log).
 #include <gtest/gtest.h>
 
 #include <arpa/inet.h>
@@ -12,11 +14,13 @@
 #include <thread>
 #include <vector>
 
+#include "FakeTransport.h"
 #include "KXUtils.h"
 #include "LoopbackServer.h"
 #include "TempEnv.h"
 #include "TestCA.h"
 
+using kxtest::FakeTransport;
 using kxtest::LoopbackServer;
 using kxtest::Reply;
 using kxtest::TestCA;
@@ -49,6 +53,12 @@ protected:
 
     TempEnv env;
     KXReqResult result;
+};
+
+// The front alone: nothing leaves the process.
+class HttpFrontTest : public HttpTest {
+protected:
+    FakeTransport fake;
 };
 
 // "method target|value|value..." of the named headers of a request.
@@ -106,12 +116,13 @@ private:
 
 }  // namespace
 
-TEST_F(HttpTest, GetSendsTargetAndHeadLinesUnchanged) {
+TEST_F(HttpTest, GetSendsTargetAndHeadLinesAsGiven) {
     LoopbackServer server;
     const std::string reply = "{\"code\":0,\"t\":\"" + kGbk + "\"}";
     server.setDefaultReply(Reply(200, reply, "application/json"));
-    // Query values unencoded, a GBK value, escapes and dot segments: all as typed.
-    const std::string target = "/a/../b/./c?name=" + kGbk + "&p=/x:y@z&enc=%41%2f&e=&l=a,b;c*";
+    // GBK bytes in path and query, escapes and dot segments: all as typed.
+    const std::string target =
+        "/a/../b/" + kGbk + "/./c?name=" + kGbk + "&p=/x:y@z&enc=%41%2f&e=&l=a,b;c*";
 
     ASSERT_EQ(0, get(server.url(target), "X-One: 1\r\nX-Two: two words\n\r\n\r\nX-Three:3"));
     EXPECT_EQ("0|" + reply + "|HTTP/1.1 200 OK", outcome());
@@ -122,9 +133,26 @@ TEST_F(HttpTest, GetSendsTargetAndHeadLinesUnchanged) {
     EXPECT_EQ(0u, req.headerCount("Expect") + req.headerCount("Content-Type"));
     EXPECT_TRUE(req.body.empty());
 
-    // strBody is for GETs of type 1 only; a reused record keeps nothing old.
-    ASSERT_EQ(0, get(server.url("/p"), "", HTTP_REQ_PUT));
-    EXPECT_TRUE(result.strBody.empty());
+    // Redirects are not followed.
+    Reply redirect(302, "");
+    redirect.headers.push_back({"Location", "/elsewhere"});
+    server.queueReply(redirect);
+    EXPECT_EQ(302, get(server.url("/d")));
+    EXPECT_EQ("302|HTTP 302 Found|HTTP/1.1 302 Found", outcome());
+
+    // What cannot go as given does not go at all.
+    for (const std::string bad : {"/p/a#b?x=1", "/q?certSn=AB#12", "/p/a b", "/q?x=a b"}) {
+        EXPECT_EQ(KX_ERR_URL_BAD_CHAR, get(server.url(bad)));
+        const bool hash = bad.find('#') != std::string::npos;
+        EXPECT_NE(std::string::npos, result.msg.find(hash ? "'#' (0x23)" : "' ' (0x20)"));
+    }
+    EXPECT_EQ(2u, server.requestCount());
+
+    // Plain HTTP through a proxy names the whole URL there, still as given.
+    ASSERT_TRUE(env.set("KXUtils", "Proxy", server.baseUrl()));
+    const std::string proxied = "http://kx-proxied.test:8080" + target;
+    ASSERT_EQ(0, get(proxied));
+    EXPECT_EQ("GET " + proxied + "|kx-proxied.test:8080", Line(server.lastRequest(), {"Host"}));
 }
 
 TEST_F(HttpTest, PostAndPutSendBodyBytesUnchanged) {
@@ -136,7 +164,6 @@ TEST_F(HttpTest, PostAndPutSendBodyBytesUnchanged) {
               Line(server.lastRequest(), {"Content-Length", "Content-Type"}));
     EXPECT_EQ(body, server.lastRequest().body);
     EXPECT_EQ(1u, server.lastRequest().headerCount("Content-Type"));
-    EXPECT_TRUE(result.strBody.empty());
 
     ASSERT_EQ(0, put(server.url("/put"), body, HTTP_CONTENT_FORM));
     EXPECT_EQ("PUT /put|application/x-www-form-urlencoded",
@@ -155,32 +182,6 @@ TEST_F(HttpTest, PostAndPutSendBodyBytesUnchanged) {
 
     ASSERT_EQ(0, post(server.url("/empty"), ""));
     EXPECT_EQ("POST /empty|0", Line(server.lastRequest(), {"Content-Length"}));
-}
-
-TEST_F(HttpTest, StatusCodesBecomeResultCodes) {
-    LoopbackServer server;
-    const std::string refusal = "{\"code\":401,\"msg\":\"token refused\"}";
-    server.queueReply(Reply(401, refusal, "application/json"));
-    server.queueReply(Reply(404, ""));
-    server.queueReply(Reply(500, "boom"));
-    Reply redirect(302, "");
-    redirect.headers.push_back({"Location", "/elsewhere"});
-    server.queueReply(redirect);
-    server.queueReply(Reply(204, ""));
-
-    result.strBody = "stale";
-    EXPECT_EQ(401, get(server.url("/a")));
-    EXPECT_EQ("401|" + refusal + "|HTTP/1.1 401 Unauthorized", outcome());
-    EXPECT_TRUE(result.strBody.empty());
-    EXPECT_EQ(404, post(server.url("/b"), "{}"));
-    EXPECT_EQ("404|HTTP 404 Not Found|HTTP/1.1 404 Not Found", outcome());
-    EXPECT_EQ(500, put(server.url("/c"), "{}", HTTP_CONTENT_JSON));
-    EXPECT_EQ("boom", result.msg);
-    EXPECT_EQ(302, get(server.url("/d")));  // redirects are not followed
-    EXPECT_EQ("HTTP 302 Found", result.msg);
-    EXPECT_EQ(4u, server.requestCount());
-    EXPECT_EQ(0, get(server.url("/e")));
-    EXPECT_EQ("0||HTTP/1.1 204 No Content", outcome());
 }
 
 TEST_F(HttpTest, SequentialRequestsShareOneConnection) {
@@ -249,53 +250,13 @@ TEST_F(HttpTest, TlsTrustFollowsConfiguration) {
     EXPECT_NE(0, get("http://127.0.0.1:" + std::to_string(server.port()) + "/x"));
 }
 
-TEST_F(HttpTest, TransportFailuresMapToOneCodeEach) {
-    LoopbackServer server;
-    const std::string port = std::to_string(server.port());
+TEST_F(HttpTest, SocketFailuresMapToTheirCodes) {
     int closedPort = 0;
     ::close(BoundSocket(&closedPort));
+    EXPECT_EQ(KX_ERR_HTTP_CONNECT, get("http://127.0.0.1:" + std::to_string(closedPort) + "/x"));
+    EXPECT_EQ(std::to_string(KX_ERR_HTTP_CONNECT) + "|" + result.msg + "|", outcome());
+    EXPECT_FALSE(result.msg.empty());
 
-    const std::vector<std::pair<std::string, int>> cases = {
-        {"", KX_ERR_HTTP_BAD_URL},
-        {"ftp://127.0.0.1:" + port + "/f", KX_ERR_HTTP_BAD_URL},
-        {"127.0.0.1:" + port + "/x", KX_ERR_HTTP_BAD_URL},  // curl would guess http://
-        {server.url("/with space"), KX_ERR_HTTP_BAD_URL},
-        {server.url("/nul") + std::string("\0tail", 5), KX_ERR_HTTP_BAD_URL},
-        {"https://kx-test.invalid/x", KX_ERR_HTTP_RESOLVE},
-        {"http://127.0.0.1:" + std::to_string(closedPort) + "/x", KX_ERR_HTTP_CONNECT},
-    };
-    for (const auto& [url, code] : cases) {
-        SCOPED_TRACE(url);
-        result.msg = result.strExtra = "stale";
-        EXPECT_EQ(code, get(url));
-        EXPECT_EQ(std::to_string(code) + "|" + result.msg + "|", outcome());
-        EXPECT_FALSE(result.msg.empty() || result.msg == "stale");
-        EXPECT_EQ(code, post(url, "{}"));
-    }
-    EXPECT_EQ(0u, server.requestCount());
-}
-
-TEST_F(HttpTest, TimeoutAndReplyLimit) {
-    LoopbackServer server;
-    ASSERT_TRUE(env.set("KXUtils", "TimeoutMs", "300"));
-    server.setDelayMs(1000);
-    EXPECT_EQ(KX_ERR_HTTP_TIMEOUT, get(server.url("/slow")));
-    EXPECT_EQ(KX_ERR_HTTP_TIMEOUT, result.errCode);
-    EXPECT_EQ(1u, server.requestCount());
-    server.setDelayMs(0);
-
-    ASSERT_TRUE(env.set("KXUtils", "MaxReplyBytes", "1000"));
-    server.queueReply(Reply(200, std::string(5000, 'r')));
-    EXPECT_EQ(KX_ERR_HTTP_TOO_LARGE, get(server.url("/large")));
-    EXPECT_TRUE(result.strBody.empty());
-    server.queueReply(Reply(200, std::string(1000, 'r')));  // exactly the limit
-    EXPECT_EQ(0, get(server.url("/limit")));
-    EXPECT_EQ(1000u, result.msg.size());
-    server.queueReply(Reply(500, std::string(5000, 'e')));  // an error reply counts as well
-    EXPECT_EQ(KX_ERR_HTTP_TOO_LARGE, post(server.url("/large"), "{}"));
-}
-
-TEST_F(HttpTest, BadRepliesAreTransportFailures) {
     ASSERT_TRUE(env.set("KXUtils", "MaxReplyBytes", "1000"));
     // No length announced: the limit must hold while bytes arrive.
     std::string chunked = "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n";
@@ -314,26 +275,138 @@ TEST_F(HttpTest, BadRepliesAreTransportFailures) {
     }
 }
 
-TEST_F(HttpTest, UnsupportedCallsSendNothing) {
-    LoopbackServer server;
-    EXPECT_EQ(KX_ERR_INVALID_VALUE, get(server.url("/dl"), "", HTTP_REQ_DOWNLOAD));
-    EXPECT_EQ(KX_ERR_INVALID_VALUE, result.errCode);
-    EXPECT_EQ(0u, result.msg.rfind("not supported: ", 0));
-    EXPECT_EQ(KX_ERR_INVALID_VALUE, post(server.url("/up"), "{}", "", HTTP_CONTENT_MULTIPART));
-    EXPECT_EQ(0u, result.msg.rfind("not supported: ", 0));
-
-    EXPECT_EQ(KX_ERR_INVALID_VALUE,
-              CIWKHttp::Get(server.url("/null"), "", "", nullptr, HTTP_REQ_PLAIN, nullptr));
-    EXPECT_EQ(KX_ERR_INVALID_VALUE,
-              CIWKHttp::Post(server.url("/null"), "{}", "", nullptr, HTTP_CONTENT_JSON,
-                             HTTP_REQ_PLAIN, nullptr, nullptr, nullptr));
-    EXPECT_EQ(0u, server.requestCount());
+TEST_F(HttpFrontTest, UrlRuleRefusesBeforeAnythingIsSent) {
+    struct Case {
+        std::string url;
+        int code;
+        std::string detail;  // its beginning
+    };
+    const std::vector<Case> cases = {
+        {"", KX_ERR_HTTP_BAD_URL, "empty URL"},
+        {"ftp://h/f", KX_ERR_HTTP_BAD_URL, "Protocol \"ftp\" not supported"},
+        {"h.example:8080/x", KX_ERR_HTTP_BAD_URL, "URL rejected: "},  // curl would guess http://
+        {"http:/h/x", KX_ERR_HTTP_BAD_URL, "URL rejected: no host after http://"},
+        {"https:///x", KX_ERR_HTTP_BAD_URL, "URL rejected: no host after https://"},
+        {"https://kx-test.invalid/x", KX_ERR_HTTP_RESOLVE,
+         "Could not resolve host: kx-test.invalid"},
+        {"https://h/x?certSn=AB#12", KX_ERR_URL_BAD_CHAR, "URL holds '#' (0x23) at byte 21"},
+        {"https://h#/x", KX_ERR_URL_BAD_CHAR, "URL holds '#' (0x23) at byte 9"},
+        {"https://h/a b", KX_ERR_URL_BAD_CHAR, "URL holds ' ' (0x20) at byte 11"},
+        {std::string("https://h/x\0y", 13), KX_ERR_URL_BAD_CHAR,
+         "URL holds a control byte (0x00) at byte 11"},
+        {"https://h/x?a=\t", KX_ERR_URL_BAD_CHAR, "URL holds a control byte (0x09) at byte 14"},
+        {"https://h/x\r\nX-Evil: 1", KX_ERR_URL_BAD_CHAR, "URL holds a control byte (0x0D)"},
+        {"https://h/\x7F", KX_ERR_URL_BAD_CHAR, "URL holds a control byte (0x7F) at byte 10"},
+        {"HTTPS://h.example:8443/p/" + kGbk + "?q=" + kGbk + "&e=%41", KX_OK, ""},
+        {"http://u:p@[::1]:80?x", KX_OK, ""},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.url);
+        std::string detail = "stale";
+        EXPECT_EQ(c.code, IWK_CheckRequestUrl(c.url, detail));
+        EXPECT_TRUE(c.code ? detail.rfind(c.detail, 0) == 0 : detail.empty()) << detail;
+        if (c.code == KX_OK) continue;
+        result.msg = result.strExtra = "stale";
+        EXPECT_EQ(c.code, get(c.url));
+        EXPECT_EQ(std::to_string(c.code) + "|" + detail + "|", outcome());
+        EXPECT_EQ(c.code, post(c.url, "{}"));
+    }
+    EXPECT_EQ(0u, fake.requestCount());
 }
 
-TEST_F(HttpTest, LogShowsRequestButNeverHeadOrBody) {
-    LoopbackServer server;
-    server.queueReply(Reply(403, "denied"));
-    const std::string url = server.url("/logged?k=v");
+TEST_F(HttpFrontTest, RepliesBecomeResultCodes) {
+    const std::string refusal = "{\"code\":401,\"msg\":\"token refused\"}";
+    struct Case {
+        int status;
+        std::string body;
+        std::string outcome;  // errCode|msg|strExtra
+    };
+    const std::vector<Case> cases = {
+        {200, "{}", "0|{}|HTTP/1.1 200"},
+        {204, "", "0||HTTP/1.1 204"},
+        {401, refusal, "401|" + refusal + "|HTTP/1.1 401"},
+        {404, "", "404|HTTP 404|HTTP/1.1 404"},
+        {500, "boom", "500|boom|HTTP/1.1 500"},
+        {101, "", "10107|unexpected reply: HTTP/1.1 101|HTTP/1.1 101"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.status);
+        for (int call = 0; call < 3; ++call) {
+            fake.reply(c.status, c.body);
+            result.strBody = "stale";
+            const int code = call == 0   ? get("https://h/g")
+                             : call == 1 ? get("https://h/g", "", HTTP_REQ_PUT)
+                                         : put("https://h/p", "{}", HTTP_CONTENT_JSON);
+            EXPECT_EQ(c.outcome, outcome());
+            EXPECT_EQ(result.errCode, code);
+            // strBody is for GETs of type 1 with a 2xx reply only.
+            EXPECT_EQ(call == 0 && code == 0 ? c.body : "", result.strBody);
+        }
+    }
+}
+
+TEST_F(HttpFrontTest, TransportFaultsEndInTheirCodes) {
+    ASSERT_TRUE(env.set("KXUtils", "MaxReplyBytes", "1000"));
+    const std::vector<std::pair<FakeTransport::Fault, int>> cases = {
+        {FakeTransport::Fault::Refused, KX_ERR_HTTP_CONNECT},
+        {FakeTransport::Fault::Reset, KX_ERR_HTTP_TRANSPORT},
+        {FakeTransport::Fault::Timeout, KX_ERR_HTTP_TIMEOUT},
+        {FakeTransport::Fault::Tls, KX_ERR_HTTP_TLS},
+        {FakeTransport::Fault::Oversize, KX_ERR_HTTP_TOO_LARGE},
+    };
+    for (const auto& [fault, code] : cases) {
+        SCOPED_TRACE(code);
+        fake.fail(fault);
+        EXPECT_EQ(code, get("https://h/x"));
+        const bool oversize = fault == FakeTransport::Fault::Oversize;
+        EXPECT_EQ(std::to_string(code) + "|" +
+                      (oversize ? "reply larger than 1000 bytes|HTTP/1.1 200"
+                                : FakeTransport::FaultText(fault) + "|"),
+                  outcome());
+        EXPECT_EQ("", result.strBody);
+    }
+    // The limit is inclusive, and holds for error replies too.
+    fake.reply(200, std::string(1000, 'r'));
+    EXPECT_EQ(0, post("https://h/x", "{}"));
+    fake.reply(500, std::string(1001, 'e'));
+    EXPECT_EQ(KX_ERR_HTTP_TOO_LARGE, post("https://h/x", "{}"));
+}
+
+TEST_F(HttpFrontTest, SettingsReachTheTransport) {
+    auto settings = [&] {
+        const KXWireRequest r = fake.lastRequest();
+        return std::to_string(r.verifyTls) + "|" + r.caFile + "|" +
+               std::to_string(r.connectTimeoutMs) + "|" + std::to_string(r.timeoutMs) + "|" +
+               std::to_string(r.proxySet) + "|" + r.proxy + "|" + std::to_string(r.maxReplyBytes);
+    };
+    env.writeConfig(
+        "[KXUtils]\nCAFile=/ca.pem\nVerifyTLS=0\nConnectTimeoutMs=0\nTimeoutMs=300\n"
+        "Proxy=http://proxy:3128\nMaxReplyBytes=1000\n");
+    ASSERT_EQ(0, get("https://h/g"));
+    EXPECT_EQ("0|/ca.pem|0|300|1|http://proxy:3128|1000", settings());
+    // Unusable numbers keep the defaults; no Proxy key leaves it to the environment.
+    env.writeConfig("[KXUtils]\nConnectTimeoutMs=-1\nTimeoutMs=-5\nMaxReplyBytes=0\n");
+    ASSERT_EQ(0, get("https://h/g"));
+    EXPECT_EQ("1||10000|60000|0||67108864", settings());
+}
+
+TEST_F(HttpFrontTest, UnsupportedCallsSendNothing) {
+    EXPECT_EQ(KX_ERR_INVALID_VALUE, get("https://h/dl", "", HTTP_REQ_DOWNLOAD));
+    EXPECT_EQ("10001|not supported: download to a file|", outcome());
+    EXPECT_EQ(KX_ERR_INVALID_VALUE, post("https://h/up", "{}", "", HTTP_CONTENT_MULTIPART));
+    EXPECT_EQ("10001|not supported: multipart upload|", outcome());
+
+    EXPECT_EQ(KX_ERR_INVALID_VALUE,
+              CIWKHttp::Get("https://h/null", "", "", nullptr, HTTP_REQ_PLAIN, nullptr));
+    EXPECT_EQ(KX_ERR_INVALID_VALUE,
+              CIWKHttp::Post("https://h/null", "{}", "", nullptr, HTTP_CONTENT_JSON, HTTP_REQ_PLAIN,
+                             nullptr, nullptr, nullptr));
+    EXPECT_EQ(0u, fake.requestCount());
+}
+
+TEST_F(HttpFrontTest, LogShowsRequestButNeverHeadOrBody) {
+    fake.reply(403, "denied");
+    const std::string url = "https://h/logged?k=v";
     EXPECT_EQ(403, post(url, "{\"body\":\"BODY-MARKER\"}", "X-Secret: HEAD-MARKER"));
     EXPECT_EQ(0, get(url, "X-Secret: HEAD-MARKER"));
     const std::string log = env.readLog();

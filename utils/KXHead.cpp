@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "KXHttpParts.h"
 #include "KXUtils.h"
 
 namespace {
@@ -62,51 +63,9 @@ const char* MethodOf(HTTPFuncType funcType) {
     }
 }
 
-// The transport percent-encodes bytes of 0x80 and above in the path (lower-case
-// hex) and sends the query as it is; the signature covers what the server sees.
-std::string AsSentOnTheWire(const std::string& pathAndQuery) {
-    static const char kDigits[] = "0123456789abcdef";
-    const size_t query = pathAndQuery.find('?');
-    std::string out;
-    for (size_t i = 0; i < pathAndQuery.size(); ++i) {
-        const unsigned char c = static_cast<unsigned char>(pathAndQuery[i]);
-        if (c >= 0x80 && (query == std::string::npos || i < query)) {
-            out += '%';
-            out += kDigits[c >> 4];
-            out += kDigits[c & 0x0f];
-        } else {
-            out += static_cast<char>(c);
-        }
-    }
-    return out;
-}
-
-// Path and query of a URL as the request line carries them: what follows
-// scheme and authority, without the fragment (never sent). A bare query gets
-// the "/" that goes before it on the wire. Also accepts a target that is
-// already path and query.
-std::string PathAndQuery(const std::string& url) {
-    std::string rest;
-    if (!url.empty() && url[0] == '/' && url.compare(0, 2, "//") != 0) {
-        rest = url;
-    } else {
-        size_t authority = 0;
-        size_t firstDelimiter = url.find_first_of("/?#");
-        size_t scheme = url.find("://");
-        if (scheme != std::string::npos && scheme < firstDelimiter) {
-            authority = scheme + 3;
-        } else if (url.compare(0, 2, "//") == 0) {
-            authority = 2;
-        }
-        size_t pathAt = url.find_first_of("/?#", authority);
-        if (pathAt != std::string::npos) rest = url.substr(pathAt);
-    }
-    size_t fragment = rest.find('#');
-    if (fragment != std::string::npos) rest.erase(fragment);
-    if (rest.empty() || rest[0] == '?') rest.insert(0, "/");
-    return AsSentOnTheWire(rest);
-}
-
+// pathAndQuery: the bytes of the request line, which carries them exactly as
+// the caller gave them; a server passes its raw target, which may also be the
+// absolute form a proxy gets.
 std::string SignedTextOfRequest(const std::string& method, const std::string& pathAndQuery,
                                 const std::string& timestamp, const std::string& nonce) {
     return method + "\n" + pathAndQuery + "\n" + timestamp + "\n" + nonce;
@@ -141,8 +100,9 @@ public:
         }
         const std::string timestamp = std::to_string(IWK_GetCurTime());
         const std::string nonce = NewNonce();
-        const std::string mac = HmacSha256(
-            projectSecret, SignedTextOfRequest(method, PathAndQuery(url), timestamp, nonce));
+        const std::string mac =
+            HmacSha256(projectSecret,
+                       SignedTextOfRequest(method, kxhttp::PathAndQuery(url), timestamp, nonce));
         if (nonce.empty() || mac.empty()) return std::string();
 
         std::string head;
@@ -322,7 +282,7 @@ KXHeadCheck IWK_VerifySignatureHead(const std::string& method, const std::string
         if (check != KX_HEAD_OK) return check;
         const std::string expected = HmacSha256(
             id.secret,
-            SignedTextOfRequest(method, PathAndQuery(target), id.timestampText, id.nonce));
+            SignedTextOfRequest(method, kxhttp::PathAndQuery(target), id.timestampText, id.nonce));
         return SameBytes(expected, id.mac) ? KX_HEAD_OK : KX_HEAD_BAD_SIGNATURE;
     } catch (...) {
         // A check that could not be made is a refusal.

@@ -74,6 +74,8 @@ const char* KnownText(long code) {
             return "a local file cannot be read or written";
         case KX_ERR_URL_TOO_LONG:
             return "the request URL would exceed 1023 bytes";
+        case KX_ERR_URL_BAD_CHAR:
+            return "the request URL holds a byte that cannot be sent as given";
         default:
             return nullptr;
     }

@@ -12,16 +12,16 @@
 
 struct KXUTILS_API KXWireRequest {
     std::string method;                // "GET", "POST" or "PUT"
-    std::string url;                   // complete, already checked; sent as it is
+    std::string url;                   // complete, passed IWK_CheckRequestUrl; sent as it is
     std::vector<std::string> headers;  // header lines in the order they go out
     std::string body;                  // empty for GET
     bool verifyTls = true;             // settings of [KXUtils] for this request
     std::string caFile;
-    long connectTimeoutMs = 0;
-    long timeoutMs = 0;
-    bool proxySet = false;
+    long connectTimeoutMs = 0;  // 0: no limit
+    long timeoutMs = 0;         // 0: no limit
+    bool proxySet = false;      // false: the environment decides; an empty proxy means none
     std::string proxy;
-    long long maxReplyBytes = 0;
+    long long maxReplyBytes = 0;  // a transport may stop receiving past it; CIWKHttp checks it too
 };
 
 struct KXUTILS_API KXWireReply {
@@ -30,7 +30,7 @@ struct KXUTILS_API KXWireReply {
     int code = 0;
     std::string detail;
     long status = 0;         // HTTP status of the final reply
-    std::string statusLine;  // "HTTP/1.1 200 OK", as it came
+    std::string statusLine;  // "HTTP/1.1 200 OK", as it came (also kept on a failure)
     std::string body;
 };
 

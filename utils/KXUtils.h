@@ -22,11 +22,13 @@ typedef bool (*KXProgressCallback)(long long, long long, long long, long long);
 
 class KXUTILS_API CIWKHttp {
 public:
-    // Synchronous requests. result->errCode is always stored, and the returned
-    // int equals it: 0 for a 2xx reply (msg = the raw reply; strBody too for a
-    // GET of type 1), the HTTP status for 300 and above (msg = the reply or the
-    // status text), or one KX_ERR_HTTP_* code per transport failure class with
-    // the transport's detail in msg.
+    // Synchronous requests through the installed transport (KXTransport.h).
+    // result->errCode is always stored, and the returned int equals it: 0 for
+    // a 2xx reply (msg = the raw reply; strBody too for a GET of type 1), the
+    // HTTP status for 300 and above (msg = the reply or the status text), the
+    // code of IWK_CheckRequestUrl when the URL fails it (nothing is sent), or
+    // one KX_ERR_HTTP_* code per transport failure class with the transport's
+    // detail in msg. strExtra holds the final status line as it came.
     static int Get(std::string url, std::string params, std::string head, KXReqResult* result,
                    HTTPRequestType type, KXProgressCallback progress);
     static int Post(std::string url, std::string body, std::string head, KXReqResult* result,
@@ -51,6 +53,15 @@ public:
                                           const std::string& projectSecret, const std::string& body,
                                           const std::string& authorization);
 };
+
+// The rule every request URL passes before anything is sent: an http or https
+// URL whose path and query then go on the wire exactly as given, bytes of 0x80
+// and above included. Returns 0; KX_ERR_HTTP_BAD_URL for an empty URL, one
+// curl cannot parse, or another scheme; KX_ERR_HTTP_RESOLVE for a host under
+// .invalid; KX_ERR_URL_BAD_CHAR for a '#', a blank or a control byte, which
+// cannot go out as given ("URL holds '#' (0x23) at byte 41", counted from 0).
+// detail receives the reason. KX_ERR_HTTP_TRANSPORT only when out of memory.
+KXUTILS_API int IWK_CheckRequestUrl(const std::string& url, std::string& detail);
 
 // ---------------------------------------------------------------------------
 // Request heads. A head is header lines joined by CRLF.

@@ -9,7 +9,6 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstdlib>
 #include <deque>
 #include <mutex>
@@ -103,13 +102,10 @@ struct LoopbackServer::Impl {
     int port = -1;
 
     mutable std::mutex mutex;
-    mutable std::condition_variable changed;  // a request arrived, or stopping
-    bool stopping = false;
     std::vector<RecordedRequest> requests;
     std::map<std::string, Handler> handlers;
     std::deque<Reply> queue;
     Reply defaultReply;
-    int delayMs = 0;
 
     void serve(const httplib::Request& req, httplib::Response& res) {
         RecordedRequest record;
@@ -123,7 +119,6 @@ struct LoopbackServer::Impl {
 
         Handler handler;
         Reply reply;
-        int delay = 0;
         {
             std::lock_guard<std::mutex> lock(mutex);
             requests.push_back(record);
@@ -136,15 +131,8 @@ struct LoopbackServer::Impl {
             } else {
                 reply = defaultReply;
             }
-            delay = delayMs;
         }
-        changed.notify_all();
         if (handler) reply = handler(record);
-        if (reply.delayMs > 0) delay = reply.delayMs;
-        if (delay > 0) {
-            std::unique_lock<std::mutex> lock(mutex);
-            changed.wait_for(lock, std::chrono::milliseconds(delay), [this] { return stopping; });
-        }
         res.status = reply.status;
         for (const auto& h : reply.headers) res.set_header(h.first, h.second);
         res.set_content(reply.body, reply.contentType);
@@ -193,11 +181,6 @@ LoopbackServer::LoopbackServer(Scheme scheme, const TestCA* ca) : impl_(new Impl
 }
 
 LoopbackServer::~LoopbackServer() {
-    {
-        std::lock_guard<std::mutex> lock(impl_->mutex);
-        impl_->stopping = true;
-    }
-    impl_->changed.notify_all();
     impl_->server->stop();
     ShutdownConnectionsOn(impl_->port);
     impl_->thread.join();
@@ -216,11 +199,6 @@ void LoopbackServer::handle(const std::string& path, Handler handler) {
 void LoopbackServer::queueReply(const Reply& reply) {
     std::lock_guard<std::mutex> lock(impl_->mutex);
     impl_->queue.push_back(reply);
-}
-
-void LoopbackServer::setDelayMs(int delayMs) {
-    std::lock_guard<std::mutex> lock(impl_->mutex);
-    impl_->delayMs = delayMs;
 }
 
 std::string LoopbackServer::baseUrl() const {

@@ -49,7 +49,6 @@ struct Reply {
     std::string body;
     std::string contentType = "text/plain";
     std::vector<std::pair<std::string, std::string>> headers;
-    int delayMs = 0;  // wait before answering (cut short when the server stops)
 
     Reply() = default;
     Reply(int status, std::string body, std::string contentType = "text/plain")
@@ -73,8 +72,6 @@ public:
     void setDefaultReply(const Reply& reply);
     void handle(const std::string& path, Handler handler);
     void queueReply(const Reply& reply);
-    // Delay for every reply that sets none of its own.
-    void setDelayMs(int delayMs);
 
     std::string baseUrl() const;  // "http(s)://127.0.0.1:PORT"
     std::string url(const std::string& target) const { return baseUrl() + target; }

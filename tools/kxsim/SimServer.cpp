@@ -190,6 +190,8 @@ void Sim::Put(const std::string& pattern, Handler handler) {
 
 bool Sim::CheckSignatureHead(const httplib::Request& req, httplib::Response& res) {
     if (!options_.checkHeads) return true;
+    // req.target is the target as it arrived, bytes of 0x80 and above and
+    // %-escapes unchanged (req.path is the decoded one): the signed bytes.
     KXHeadCheck check = IWK_VerifySignatureHead(
         req.method, req.target, HeaderGetter(req),
         [this](const std::string& id, std::string& secret) { return FindSecret(id, secret); },

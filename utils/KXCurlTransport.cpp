@@ -1,0 +1,298 @@
+// The libcurl transport. Each thread keeps one easy handle for its whole life,
+// so sequential requests to one server share a kept-alive connection.
+#include <curl/curl.h>
+#include <openssl/ssl.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <mutex>
+#include <new>
+#include <string>
+
+#include "KXCurlErrors.h"
+#include "KXHttpParts.h"
+
+namespace {
+
+// The one process-wide set-up of OpenSSL and libcurl, run once at the first
+// request through curl. Not at load time: a library must not do such work
+// while it is being loaded (DllMain on Windows forbids it). OpenSSL first,
+// since curl builds on it; it would set itself up on first use as well, but
+// this way a failure shows here rather than inside a handshake. Never undone:
+// the host process may use curl or OpenSSL itself, and threads keep their
+// handles until they end. Returns false, with the reason, when it failed.
+bool GlobalSetUp(std::string& detail) {
+    static std::once_flag once;
+    static const char* failure = nullptr;
+    static CURLcode curlStatus = CURLE_OK;
+    std::call_once(once, [] {
+        if (OPENSSL_init_ssl(0, nullptr) != 1) {
+            failure = "OpenSSL initialisation failed";
+            return;
+        }
+        curlStatus = curl_global_init(CURL_GLOBAL_DEFAULT);
+        if (curlStatus != CURLE_OK) failure = "curl_global_init: ";
+    });
+    if (failure == nullptr) return true;
+    detail = failure;
+    if (curlStatus != CURLE_OK) detail += curl_easy_strerror(curlStatus);
+    return false;
+}
+
+// The handle of this thread. Its connection cache survives curl_easy_reset.
+class ThreadHandle {
+public:
+    ThreadHandle() = default;
+    ThreadHandle(const ThreadHandle&) = delete;
+    ThreadHandle& operator=(const ThreadHandle&) = delete;
+    ~ThreadHandle() {
+        if (handle_ != nullptr) curl_easy_cleanup(handle_);
+    }
+
+    CURL* handle_ = nullptr;
+    bool busy_ = false;
+};
+
+// Lends the thread's handle for one request, or a fresh one if the thread's
+// handle is already in use further up the stack.
+class HandleLease {
+public:
+    HandleLease() {
+        thread_local ThreadHandle mine;
+        if (!mine.busy_) {
+            if (mine.handle_ == nullptr) mine.handle_ = curl_easy_init();
+            if (mine.handle_ != nullptr) {
+                owner_ = &mine;
+                mine.busy_ = true;
+                handle_ = mine.handle_;
+                return;
+            }
+        }
+        handle_ = curl_easy_init();
+    }
+    HandleLease(const HandleLease&) = delete;
+    HandleLease& operator=(const HandleLease&) = delete;
+    ~HandleLease() {
+        if (handle_ == nullptr) return;
+        if (owner_ != nullptr) {
+            // Drops every option (and pointers into this call's buffers) but
+            // keeps the live connections.
+            curl_easy_reset(handle_);
+            owner_->busy_ = false;
+        } else {
+            curl_easy_cleanup(handle_);
+        }
+    }
+    CURL* get() const { return handle_; }
+
+private:
+    CURL* handle_ = nullptr;
+    ThreadHandle* owner_ = nullptr;
+};
+
+class HeaderList {
+public:
+    HeaderList() = default;
+    HeaderList(const HeaderList&) = delete;
+    HeaderList& operator=(const HeaderList&) = delete;
+    ~HeaderList() { curl_slist_free_all(list_); }
+    bool add(const std::string& line) {
+        curl_slist* next = curl_slist_append(list_, line.c_str());
+        if (next == nullptr) return false;
+        list_ = next;
+        return true;
+    }
+    curl_slist* get() const { return list_; }
+
+private:
+    curl_slist* list_ = nullptr;
+};
+
+struct Transfer {
+    std::string reply;
+    std::string statusLine;
+    size_t limit = 0;
+    bool tooLarge = false;
+    bool outOfMemory = false;
+};
+
+size_t OnReplyBytes(char* data, size_t size, size_t count, void* user) {
+    Transfer* t = static_cast<Transfer*>(user);
+    const size_t length = size * count;
+    if (length > t->limit || t->reply.size() > t->limit - length) {
+        t->tooLarge = true;
+        return 0;
+    }
+    try {
+        t->reply.append(data, length);
+    } catch (...) {
+        t->outOfMemory = true;
+        return 0;
+    }
+    return length;
+}
+
+size_t OnHeaderLine(char* data, size_t size, size_t count, void* user) {
+    Transfer* t = static_cast<Transfer*>(user);
+    const size_t length = size * count;
+    try {
+        // Every reply starts with a status line; after a 100 Continue or a
+        // proxy's CONNECT reply the last one seen is the final one.
+        if (length >= 5 && std::memcmp(data, "HTTP/", 5) == 0) {
+            size_t end = length;
+            while (end > 0 && (data[end - 1] == '\r' || data[end - 1] == '\n')) --end;
+            t->statusLine.assign(data, end);
+        }
+    } catch (...) {
+        t->outOfMemory = true;
+        return 0;
+    }
+    return length;
+}
+
+// Collects the first failing setopt, so that one check covers them all.
+class Options {
+public:
+    explicit Options(CURL* handle) : handle_(handle) {}
+    template <typename T>
+    void set(CURLoption option, T value) {
+        CURLcode rc = curl_easy_setopt(handle_, option, value);
+        if (rc != CURLE_OK && first_ == CURLE_OK) first_ = rc;
+    }
+    CURLcode status() const { return first_; }
+
+private:
+    CURL* handle_;
+    CURLcode first_ = CURLE_OK;
+};
+
+// Whether plain HTTP may go through an HTTP proxy: the configured one, else
+// the one curl takes from the environment.
+bool HttpProxyMayApply(const KXWireRequest& request) {
+    std::string proxy = request.proxy;
+    if (!request.proxySet) {
+        for (const char* name : {"http_proxy", "all_proxy", "ALL_PROXY"}) {
+            const char* value = std::getenv(name);
+            if (value != nullptr && value[0] != '\0') {
+                proxy = value;
+                break;
+            }
+        }
+    }
+    return !proxy.empty() && !kxhttp::StartsWithNoCase(proxy, "socks");
+}
+
+// The request line carries path and query exactly as given: from the URL
+// alone curl would percent-encode bytes of 0x80 and above in the path. Plain
+// HTTP through a proxy names the whole URL there, and a given target replaces
+// that too; should no_proxy send it direct after all, the server gets that
+// absolute form, which HTTP/1.1 servers accept.
+std::string TargetOf(const KXWireRequest& request) {
+    std::string target = kxhttp::PathAndQuery(request.url);
+    if (kxhttp::StartsWithNoCase(request.url, "http://") && HttpProxyMayApply(request))
+        target.insert(0, kxhttp::Origin(request.url));
+    return target;
+}
+
+void Fail(KXWireReply& reply, int code, std::string detail) {
+    reply.code = code;
+    reply.detail = std::move(detail);
+}
+
+void Run(const KXWireRequest& request, KXWireReply& reply) {
+    std::string detail;
+    if (!GlobalSetUp(detail)) return Fail(reply, KX_ERR_HTTP_TRANSPORT, detail);
+
+    HeaderList headers;
+    // Keeps curl from sending "Expect: 100-continue" before a large body and
+    // waiting for an answer.
+    bool ok = headers.add("Expect:");
+    for (const std::string& line : request.headers) ok = ok && headers.add(line);
+    if (!ok) throw std::bad_alloc();
+
+    HandleLease lease;
+    CURL* curl = lease.get();
+    if (curl == nullptr) throw std::bad_alloc();
+
+    Transfer transfer;
+    transfer.limit = request.maxReplyBytes > 0 ? static_cast<size_t>(request.maxReplyBytes)
+                                               : static_cast<size_t>(-1);
+    const std::string target = TargetOf(request);
+    char errorBuffer[CURL_ERROR_SIZE];
+    errorBuffer[0] = '\0';
+
+    Options opt(curl);
+    opt.set(CURLOPT_ERRORBUFFER, errorBuffer);
+    opt.set(CURLOPT_URL, request.url.c_str());
+    opt.set(CURLOPT_REQUEST_TARGET, target.c_str());
+    opt.set(CURLOPT_PROTOCOLS_STR, "http,https");
+    opt.set(CURLOPT_NOSIGNAL, 1L);
+    opt.set(CURLOPT_FOLLOWLOCATION, 0L);
+    opt.set(CURLOPT_HTTPHEADER, headers.get());
+    opt.set(CURLOPT_WRITEFUNCTION, &OnReplyBytes);
+    opt.set(CURLOPT_WRITEDATA, &transfer);
+    opt.set(CURLOPT_HEADERFUNCTION, &OnHeaderLine);
+    opt.set(CURLOPT_HEADERDATA, &transfer);
+    if (request.maxReplyBytes > 0)
+        opt.set(CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(request.maxReplyBytes));
+    opt.set(CURLOPT_CONNECTTIMEOUT_MS, request.connectTimeoutMs);
+    opt.set(CURLOPT_TIMEOUT_MS, request.timeoutMs);
+    opt.set(CURLOPT_SSL_VERIFYPEER, request.verifyTls ? 1L : 0L);
+    opt.set(CURLOPT_SSL_VERIFYHOST, request.verifyTls ? 2L : 0L);
+    if (!request.caFile.empty()) {
+        // The named bundle is the whole trust: the system directory no longer counts.
+        opt.set(CURLOPT_CAINFO, request.caFile.c_str());
+        opt.set(CURLOPT_CAPATH, static_cast<const char*>(nullptr));
+    }
+    if (request.proxySet) opt.set(CURLOPT_PROXY, request.proxy.c_str());
+
+    if (request.method == "GET") {
+        opt.set(CURLOPT_HTTPGET, 1L);
+    } else {
+        opt.set(CURLOPT_POST, 1L);
+        opt.set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request.body.size()));
+        opt.set(CURLOPT_POSTFIELDS, request.body.data());
+        if (request.method != "POST") opt.set(CURLOPT_CUSTOMREQUEST, request.method.c_str());
+    }
+    if (opt.status() != CURLE_OK)
+        return Fail(reply, KX_ERR_HTTP_TRANSPORT,
+                    std::string("curl_easy_setopt: ") + curl_easy_strerror(opt.status()));
+
+    const CURLcode rc = curl_easy_perform(curl);
+    reply.statusLine = transfer.statusLine;
+    if (rc != CURLE_OK) {
+        if (transfer.tooLarge || rc == CURLE_FILESIZE_EXCEEDED)
+            return Fail(reply, KX_ERR_HTTP_TOO_LARGE,
+                        "reply larger than " + std::to_string(request.maxReplyBytes) + " bytes");
+        if (transfer.outOfMemory)
+            return Fail(reply, KX_ERR_HTTP_TRANSPORT, "out of memory while receiving the reply");
+        char* ip = nullptr;
+        curl_easy_getinfo(curl, CURLINFO_PRIMARY_IP, &ip);
+        return Fail(reply, kxhttp::MapCurlCode(rc, ip != nullptr && ip[0] != '\0'),
+                    errorBuffer[0] != '\0' ? errorBuffer : curl_easy_strerror(rc));
+    }
+    curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &reply.status);
+    reply.body.swap(transfer.reply);
+}
+
+class LibcurlTransport final : public IKXTransport {
+public:
+    void Exchange(const KXWireRequest& request, KXWireReply& reply) override {
+        try {
+            Run(request, reply);
+        } catch (...) {
+            reply.code = KX_ERR_HTTP_TRANSPORT;
+            try {
+                reply.detail = "out of memory";
+            } catch (...) {
+            }
+        }
+    }
+};
+
+}  // namespace
+
+IKXTransport& kxhttp::CurlTransport() {
+    static LibcurlTransport transport;
+    return transport;
+}
