@@ -20,9 +20,7 @@ long long g_now = 0;
 
 size_t Count(const std::string& text, const std::string& what) {
     size_t n = 0;
-    for (size_t pos = text.find(what); pos != std::string::npos; pos = text.find(what, pos + 1)) {
-        ++n;
-    }
+    for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++n;
     return n;
 }
 
@@ -41,10 +39,11 @@ protected:
         IWK_KillTimer(nullptr, static_cast<uintptr_t>(iTimerId));
         IWK_SetTimerClock(oldClock);
     }
-    // Whether this thread has a timer, after an hour has passed.
-    int TickAfterAnHour() {
+    // An hour on: whether a timer fired, and when the next one is due (-1: none).
+    std::string Tick() {
         g_now += kHourMs;
-        return IWK_DispatchTimers();
+        const int fired = IWK_DispatchTimers();
+        return std::to_string(fired) + " " + std::to_string(IWK_NextTimerDueMs());
     }
     // The identity code an object reads from an accepted reply (all replies are
     // alike, so one left queued by a call refused locally does no harm).
@@ -119,8 +118,7 @@ TEST_F(CorvaneApiTest, InitAndTheHourlyTimerAcrossObjects) {
     EXPECT_EQ(second, iTimerId);
 
     // The tick sees a ready current object: the timer goes on.
-    EXPECT_EQ(1, TickAfterAnHour());
-    EXPECT_EQ(kHourMs, IWK_NextTimerDueMs());
+    EXPECT_EQ("1 3600000", Tick());
     const std::string log = env.readLog();
     EXPECT_EQ(1u, Count(log, "<Corvane ["));
     EXPECT_NE(std::string::npos, log.find("- TimerProc> <\"TimerProc Begin\">"));
@@ -130,21 +128,18 @@ TEST_F(CorvaneApiTest, InitAndTheHourlyTimerAcrossObjects) {
         // A later object that never saw Init: the next tick finds its record
         // incomplete and ends the timer, although a is ready.
         CCorvaneApi b;
-        EXPECT_EQ(1, TickAfterAnHour());
-        EXPECT_EQ(-1, IWK_NextTimerDueMs());
-        EXPECT_EQ(0, TickAfterAnHour());
+        EXPECT_EQ("1 -1", Tick());
+        EXPECT_EQ("0 -1", Tick());
         EXPECT_EQ(2u, Count(env.readLog(), "TimerProc Begin"));
 
         ASSERT_EQ(0, a.Init(info));  // b is still the current object
-        EXPECT_EQ(1, TickAfterAnHour());
-        EXPECT_EQ(-1, IWK_NextTimerDueMs());
+        EXPECT_EQ("1 -1", Tick());
     }
     // b's destruction cleared the current object; a new Init runs a timer
     // whose ticks find no object and leave the timer running.
     ASSERT_EQ(0, a.Init(info));
     EXPECT_EQ(nullptr, pCurrentCorvaneApi);
-    EXPECT_EQ(1, TickAfterAnHour());
-    EXPECT_EQ(kHourMs, IWK_NextTimerDueMs());
+    EXPECT_EQ("1 3600000", Tick());
 
     // Destroying any object, a copy too, ends the process's timer.
     { CCorvaneApi copy(a); }
@@ -166,34 +161,24 @@ TEST_F(CorvaneApiTest, HourlyCheckBesideDestructionOnAnotherThread) {
     });
     for (int i = 0; i < 200; ++i) {
         ASSERT_EQ(0, a.Init(info));
-        TickAfterAnHour();
+        Tick();
     }
     stop = true;
     churn.join();
 }
 
+// The URL rules are the call's (see the URL template and certificate
+// expansion tests); here only that the client goes through them.
 TEST_F(CorvaneApiTest, UrlLimitAndConversionsBeforeSending) {
     CCorvaneApi api;
     ASSERT_EQ(0, api.Init(info));
-    // "https://" + host + "/v1/accounts/" + id + "/getIdentityInfo" at exactly 1023 bytes.
-    const std::string url = "https://" + info.ServerIp + "/v1/accounts//getIdentityInfo";
-    const std::string longest(1023 - url.size(), 'x');
     kxtest::MarkLastError();
-    EXPECT_EQ("10110 kept", Identity(api, longest + "y"));
-    EXPECT_EQ(0u, fake.requestCount());
-    kxtest::ExpectLastErrorMarked();  // a local refusal leaves the last error alone
-    EXPECT_EQ("ID-9", Identity(api, longest));
-    EXPECT_EQ(url.substr(0, url.size() - 16) + longest + "/getIdentityInfo",
-              fake.lastRequest().url);
-
-    // A template changed to conversions the operation does not supply is
-    // refused rather than handed to the formatter.
+    // One byte over 1023.
+    const std::string url = "https://" + info.ServerIp + "/v1/accounts//getIdentityInfo";
+    EXPECT_EQ("10110 kept", Identity(api, std::string(1024 - url.size(), 'x')));
+    // A template changed to conversions the operation does not supply.
     api.strIdentityInfoUrl = "https://%s/v1/accounts/%s/%s";
     EXPECT_EQ("10001 kept", Identity(api));
-    api.strIdentityInfoUrl = "https://%s/v1/%n";
-    EXPECT_EQ("10001 kept", Identity(api));
-    api.strIdentityInfoUrl = "https://%s/v1/100%%/%s";
-    EXPECT_EQ("ID-9", Identity(api, "a"));
-    EXPECT_EQ("https://platform.example:8443/v1/100%/a", fake.lastRequest().url);
-    EXPECT_EQ(2u, fake.requestCount());
+    EXPECT_EQ(0u, fake.requestCount());
+    kxtest::ExpectLastErrorMarked();  // a local refusal leaves the last error alone
 }
