@@ -171,8 +171,8 @@ TEST_F(CorvaneOpsTest, EveryOperationOnTheWire) {
     const std::string des = "\xBC\xD3\xC3\xDC";  // GBK bytes go out raw
     const std::string mob =
         R"(POST /v1/willingness/createMobShieldAuth {"accountId":"acc-1","bizDes":"d",)"
-        R"("bizType":"ENC","bizTypeDes":")"
-        "\xBC\xD3\xC3\xDC\"";
+        R"("bizType":"ENC","bizTypeDes":")" +
+        des + "\"";
     const std::string sign =
         R"("sealType":1,"signHash":"H=","signPkcsType":"pkcs1","signTicket":"TK-1",)"
         "\"subjectAccountId\":\"acc-1\",\"thirdDocId\":\"doc-1\"}\n";
@@ -319,9 +319,9 @@ TEST_F(CorvaneOpsTest, EveryOperationOnTheWire) {
         EXPECT_EQ(sent, sent.empty() ? "" : Sent());
         EXPECT_EQ(row.state, State()) << row.reply;
     }
+    const std::string log = env.readLog();
     // reqRes stays empty in the exit line of a local refusal.
-    EXPECT_EQ(calls, Count(env.readLog(), "\"lRes:10009, reqRes.errCode:0, reqRes.msg:"));
-    std::string log = env.readLog();
+    EXPECT_EQ(calls, Count(log, "\"lRes:10009, reqRes.errCode:0, reqRes.msg:"));
     for (const char* line :
          {"<Corvane [",
           "- CCorvaneApi::GetRealAccoutIdByCode> <\"strRedirectUri:https://app/cb&b=2, "
@@ -372,16 +372,15 @@ TEST_F(CorvaneApiTest, UrlTableAndCopies) {
     {
         CCorvaneApi copy(api);  // ready at once; the current object stays
         EXPECT_EQ(&api, pCurrentCorvaneApi);
-        EXPECT_EQ("changed", copy.strAllInfoUrl);
-        EXPECT_EQ(info.ServerIp, copy.m_stInitInfo.ServerIp);
+        EXPECT_EQ("changed " + info.ServerIp,
+                  copy.strAllInfoUrl + " " + copy.m_stInitInfo.ServerIp);
         EXPECT_EQ("ID-9", Identity(copy));
 
         CCorvaneApi other;
         EXPECT_EQ(&other, pCurrentCorvaneApi);
         other = other;
         other = copy;
-        EXPECT_EQ("changed", other.strAllInfoUrl);
-        EXPECT_EQ("proj-1", other.m_stInitInfo.ProjectID);
+        EXPECT_EQ("changed proj-1", other.strAllInfoUrl + " " + other.m_stInitInfo.ProjectID);
     }
     // Destroying the copies cleared the current object, the original works on.
     EXPECT_EQ(nullptr, pCurrentCorvaneApi);

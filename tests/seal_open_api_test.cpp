@@ -256,7 +256,7 @@ TEST_F(SealOpenApiTest, SealListRequestsAndOutcomes) {
     EXPECT_TRUE(Logged("- CKXSealOpenApi::OnGetSealList> <\"lRes:10005\">"));
 }
 
-TEST_F(SealOpenApiTest, SignHashAndReportSignResult) {
+TEST_F(SealOpenApiTest, SignHashSignLogAndPrintCounts) {
     Start("");
     // Without a session: an empty token, and the digest of the equipment id alone.
     std::string sig = "old";
@@ -298,17 +298,15 @@ TEST_F(SealOpenApiTest, SignHashAndReportSignResult) {
                      .ReportSignResult("t", "d", "h", "c", "s", "no number", "7"));
     EXPECT_NE(std::string::npos, fake.lastRequest().body.find("\"certId\":0,"));
     EXPECT_EQ("9 log refused", LastError());
-}
 
-TEST_F(SealOpenApiTest, PrintCountsAtTheSealManagementServer) {
-    Start("PT");
+    // Print counts, at the seal-management server.
     PrintCtrlHelper* helper = &api;  // reached through the print-control interface
     int total = -1, remain = -1;
     const auto counts = [&] { return std::to_string(remain) + "/" + std::to_string(total); };
     fake.reply(200, R"({"errCode":0,"printCount":3,"printTotalCount":9})");
     EXPECT_EQ(0, helper->QueryPrintInfo("P-1", total, remain));
     EXPECT_EQ("3/9", counts());
-    EXPECT_EQ("http://m:2/get {\"printId\":\"P-1\",\"token\":\"PT\"}\n", Sent());
+    EXPECT_EQ("http://m:2/get {\"printId\":\"P-1\",\"token\":\"TK\"}\n", Sent());
     // Counts that are no integers read as 0.
     EXPECT_EQ(0, On(R"({"errCode":0,"printCount":"4","printTotalCount":[1]})")
                      .QueryPrintInfo("P-1", total, remain));
@@ -319,7 +317,7 @@ TEST_F(SealOpenApiTest, PrintCountsAtTheSealManagementServer) {
     EXPECT_EQ("-1/-1", counts());
 
     EXPECT_EQ(0, On(R"({"errCode":0})").UpdatePrintInfo("P-1", 4));
-    EXPECT_EQ("http://m:2/set {\"printCount\":4,\"printId\":\"P-1\",\"token\":\"PT\"}\n", Sent());
+    EXPECT_EQ("http://m:2/set {\"printCount\":4,\"printId\":\"P-1\",\"token\":\"TK\"}\n", Sent());
     EXPECT_EQ(1008, On(R"({"errCode":1008,"msg":"too many"})").UpdatePrintInfo("P-1", 99));
     EXPECT_TRUE(Logged("- CKXSealOpenApi::QueryPrintInfo> <\"sPrintID::P-9\">"));
     EXPECT_TRUE(Logged("- CKXSealOpenApi::QueryPrintInfo> <\"lRes:1007, iRemain:-1, iTotal:-1\">"));
@@ -328,7 +326,7 @@ TEST_F(SealOpenApiTest, PrintCountsAtTheSealManagementServer) {
     // Copies carry the session and the version.
     api.Version = 1;
     CKXSealOpenApi copy(api);
-    EXPECT_EQ("1 PT /get",
+    EXPECT_EQ("1 TK /get",
               std::to_string(copy.Version) + " " + copy.strToken + " " + copy.strGetPrintCount);
     CKXSealOpenApi assigned;
     assigned = copy;
