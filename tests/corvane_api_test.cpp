@@ -200,8 +200,7 @@ TEST_F(CorvaneOpsTest, EveryOperationOnTheWire) {
         {nullptr, 12, "k 12 no such account", R"({"code":"12","message":"no such account"})"},
         {[&] { return on->GetFinalRealnameOrgInfo("org-1", a); }, 0, "OU-9",
          Ok(R"({"base":{"ouid":"OU-9"}})"), "GET /v1/organizations/org-1/getFinalRealnameOrgInfo"},
-        {nullptr, 10105, "k 10105 " + FakeTransport::FaultText(FakeTransport::Fault::Timeout), "",
-         "", 0},
+        {nullptr, 10105, std::string("k 10105 fake: timed out"), "", "", 0},
 
         // Every key, empty ones too; the type as a JSON integer; GBK bytes raw.
         {[&] { return on->CreateEncOrDecTask("acc-1", "", "\xD6\xD0", "", -7, a); }, 0, "enc-1",
