@@ -1,62 +1,63 @@
-// CInkwellApi against a loopback server: the certificate application's body
-// and reply fields, and the try report with its probe, context path and head.
+// CInkwellApi on the fake transport: the certificate application's body and
+// reply fields, and the try report with its probe, context path and head.
 #include <gtest/gtest.h>
 
 #include <string>
 
+#include "FakeTransport.h"
 #include "InkwellApi.h"
 #include "KXUtils.h"
 #include "LastErrorProbe.h"
 #include "LoopbackServer.h"
 #include "TempEnv.h"
 
+using kxtest::FakeTransport;
 using kxtest::LastError;
-using kxtest::LoopbackServer;
 using kxtest::MarkLastError;
-using kxtest::RecordedRequest;
-using kxtest::Reply;
+
+const std::string kBase = "https://legacy.example:8443";
 
 namespace {
 
 class InkwellApiTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        ASSERT_TRUE(env.set("KXUtils", "Proxy", ""));
         info.SerType = 3;
-        info.ServerIp = "http://127.0.0.1";
-        info.Port = server.port();
+        info.ServerIp = "legacy.example";
+        info.Port = 8443;
         info.ProjectID = "proj-1";
         info.ProjectSecret = "secret-1";
         MarkLastError();
     }
 
-    // "METHOD target\nbody" of a request, which must carry the legacy head over
+    // "METHOD url\nbody" of a request, which must carry the legacy head over
     // its exact body; the authorization that head carried in *authorization.
-    std::string Sent(const RecordedRequest& req, std::string* authorization) {
+    std::string Sent(const KXWireRequest& req, std::string* authorization) {
         *authorization = "unset";
+        std::string head;
+        for (const std::string& line : req.headers) head += line + "\r\n";
         EXPECT_EQ(KX_HEAD_OK, IWK_VerifyInkwellHead(
-                                  req.body, req.getter(),
+                                  req.body, kxtest::HeaderGetter(kxtest::ParseHead(head)),
                                   [](const std::string& id, std::string& secret) {
                                       secret = "secret-1";
                                       return id == "proj-1";
                                   },
                                   IWK_GetCurTime(), 60000, authorization));
-        return req.method + " " + req.target + "\n" + req.body;
+        return req.method + " " + req.url + "\n" + req.body;
     }
 
     // The code of one call that gets this reply.
     long make(const std::string& reply, int status = 200) {
-        server.queueReply(Reply(status, reply));
+        fake.reply(status, reply);
         return client.MakeCert("C", "null", data);
     }
     long report(const std::string& reply, int status = 200) {
-        server.queueReply(Reply(status, reply));
+        fake.reply(status, reply);
         return client.UpdateUkeyTryTime("SN1", false, false, remaining);
     }
 
-    // "code text" of the last error.
     TempEnv env;
-    LoopbackServer server;
+    FakeTransport fake;
     _init_Info_s info;
     CInkwellApi client;
     MakeCertData data;
@@ -85,7 +86,7 @@ TEST_F(InkwellApiTest, MakeCertRequestAndFields) {
     const std::string before = Fields(data);
     // No Init: 10009, nothing sent, nothing written.
     EXPECT_EQ(10009, client.MakeCert("CSR", "{}", data));
-    EXPECT_EQ(0u, server.requestCount());
+    EXPECT_EQ(0u, fake.requestCount());
     EXPECT_EQ(3, data.errCode);
     EXPECT_EQ(before, Fields(data));
     EXPECT_NE(std::string::npos,
@@ -95,17 +96,16 @@ TEST_F(InkwellApiTest, MakeCertRequestAndFields) {
     ASSERT_EQ(0, client.Init(info));
     for (const char* bad : {"not json", "[1]", "\"text\"", ""})
         EXPECT_EQ(10001, client.MakeCert("CSR", bad, data)) << bad;
-    EXPECT_EQ(0u, server.requestCount());
+    EXPECT_EQ(0u, fake.requestCount());
     EXPECT_EQ(3, data.errCode);
 
     // The caller's object with csr replaced; keys sorted, bytes as given.
-    server.queueReply(Reply(200, kFullReply));
+    fake.reply(200, kFullReply);
     EXPECT_EQ(0, client.MakeCert("MII+/=", R"({"name":"\u4e2d\u6587","csr":"old","b":[1]})", data));
     std::string authorization;
-    EXPECT_EQ(
-        "POST /openapi/rest/cert/ukeyCertApply\n"
-        "{\"b\":[1],\"csr\":\"MII+/=\",\"name\":\"\xE4\xB8\xAD\xE6\x96\x87\"}\n",
-        Sent(server.lastRequest(), &authorization));
+    EXPECT_EQ("POST " + kBase + "/openapi/rest/cert/ukeyCertApply\n" +
+                  "{\"b\":[1],\"csr\":\"MII+/=\",\"name\":\"\xE4\xB8\xAD\xE6\x96\x87\"}\n",
+              Sent(fake.lastRequest(), &authorization));
     EXPECT_EQ("", authorization);
     EXPECT_EQ(0, data.errCode);
     EXPECT_EQ(kFullFields, Fields(data));
@@ -129,7 +129,7 @@ TEST_F(InkwellApiTest, MakeCertRequestAndFields) {
 
     // Failures leave the fields alone.
     ASSERT_EQ(0, make(kFullReply));
-    EXPECT_EQ("{\"csr\":\"C\"}\n", server.lastRequest().body);  // "null": an empty application
+    EXPECT_EQ("{\"csr\":\"C\"}\n", fake.lastRequest().body);  // "null": an empty application
     EXPECT_EQ(31020, make(R"({"errCode":31020,"msg":"csr refused","data":{"certId_openca":1}})"));
     EXPECT_EQ(31020, data.errCode);
     EXPECT_EQ("31020 csr refused", LastError());
@@ -139,29 +139,24 @@ TEST_F(InkwellApiTest, MakeCertRequestAndFields) {
 
 TEST_F(InkwellApiTest, UpdateUkeyTryTimeProbesThenReports) {
     EXPECT_EQ(10009, client.UpdateUkeyTryTime("SN1", false, false, remaining));
-    EXPECT_EQ(0u, server.requestCount());
+    EXPECT_EQ(0u, fake.requestCount());
     EXPECT_EQ(-7, remaining);
 
     // A 5.3 server whose authorization value is fetched first.
     env.writeConfig(
-        "[KXUtils]\nProxy=\n[KXInkwell]\nserverVer=5.3\nauthorizationType=2\n"
-        "authorization=" +
-        server.url("/auth") + "\n");
-    server.handle("/auth", [](const RecordedRequest&) {
-        return Reply(200, R"({"errCode":0,"data":"AUTH-V"})");
-    });
+        "[KXInkwell]\nserverVer=5.3\nauthorizationType=2\nauthorization=https://a.example/auth\n");
     ASSERT_EQ(0, client.Init(info));
-    server.queueReply(Reply(200, R"({"errCode":0,"data":{"remainingTime":4}})"));
+    fake.reply(200, R"({"errCode":0,"data":"AUTH-V"})");
+    fake.reply(200, R"({"errCode":0,"data":{"remainingTime":4}})");
     EXPECT_EQ(0, client.UpdateUkeyTryTime("SN\xD6\xD0", true, false, remaining));
     EXPECT_EQ(4, remaining);
-    const auto requests = server.requests();
+    const auto requests = fake.requests();
     ASSERT_EQ(2u, requests.size());
-    EXPECT_EQ("GET /auth", requests[0].method + " " + requests[0].target);
+    EXPECT_EQ("GET https://a.example/auth", requests[0].method + " " + requests[0].url);
     std::string authorization;
-    EXPECT_EQ(
-        "POST /inkwell/rest/authentication/updateUkeyTryTime\n"
-        "{\"isLocked\":false,\"isSuccess\":true,\"sn\":\"SN\xD6\xD0\"}\n",
-        Sent(requests[1], &authorization));
+    EXPECT_EQ("POST " + kBase + "/inkwell/rest/authentication/updateUkeyTryTime\n" +
+                  "{\"isLocked\":false,\"isSuccess\":true,\"sn\":\"SN\xD6\xD0\"}\n",
+              Sent(requests[1], &authorization));
     EXPECT_EQ("AUTH-V", authorization);
     EXPECT_EQ("5.3", client.m_stInitInfo.serverVer);  // the probe keeps what it learned
     // A successful report writes no line of its own.
@@ -170,27 +165,27 @@ TEST_F(InkwellApiTest, UpdateUkeyTryTimeProbesThenReports) {
     // Context path and language from the configuration; a failed probe sends all the same.
     ASSERT_TRUE(env.set("KXPrintMgr", "ContextPath", "legacy"));
     ASSERT_TRUE(env.set("KXUtils", "Language", "zh-CN"));
-    server.handle("/auth",
-                  [](const RecordedRequest&) { return Reply(200, R"({"errCode":9,"msg":"no"})"); });
-    server.queueReply(Reply(200, R"({"errCode":0,"data":{"remainingTime":"3"}})"));
+    fake.reply(200, R"({"errCode":9,"msg":"no"})");
+    fake.reply(200, R"({"errCode":0,"data":{"remainingTime":"3"}})");
     remaining = -7;
     EXPECT_EQ(0, client.UpdateUkeyTryTime("SN1", false, true, remaining));
     EXPECT_EQ(0, remaining);  // not an integer: 0
-    EXPECT_EQ(
-        "POST /legacy/rest/authentication/updateUkeyTryTime\n"
-        "{\"isLocked\":true,\"isSuccess\":false,\"language\":\"zh-CN\",\"sn\":\"SN1\"}\n",
-        Sent(server.lastRequest(), &authorization));
+    EXPECT_EQ("POST " + kBase + "/legacy/rest/authentication/updateUkeyTryTime\n" +
+                  "{\"isLocked\":true,\"isSuccess\":false,\"language\":\"zh-CN\",\"sn\":\"SN1\"}\n",
+              Sent(fake.lastRequest(), &authorization));
     EXPECT_EQ("", authorization);
     // Only the path changes, never a host named after the context path; an
-    // empty value takes the segment away instead of leaving it empty.
-    client.m_stInitInfo.ServerIp = "http://inkwell.localhost";
+    // empty value takes the segment away instead of leaving it empty. (No
+    // probe from here on.)
+    env.writeConfig("[KXPrintMgr]\nContextPath=legacy\n");
+    client.m_stInitInfo.ServerIp = "inkwell.example";
     report(R"({"errCode":0})");
-    EXPECT_EQ("inkwell.localhost:" + std::to_string(server.port()) +
-                  " /legacy/rest/authentication/updateUkeyTryTime",
-              server.lastRequest().header("Host") + " " + server.lastRequest().target);
+    EXPECT_EQ("https://inkwell.example:8443/legacy/rest/authentication/updateUkeyTryTime",
+              fake.lastRequest().url);
     ASSERT_TRUE(env.set("KXPrintMgr", "ContextPath", ""));
     report(R"({"errCode":0})");
-    EXPECT_EQ("/rest/authentication/updateUkeyTryTime", server.lastRequest().target);
+    EXPECT_EQ("https://inkwell.example:8443/rest/authentication/updateUkeyTryTime",
+              fake.lastRequest().url);
 
     // A server code or a failure status: remainingTime untouched; a failure is logged.
     remaining = -7;
