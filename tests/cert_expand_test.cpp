@@ -8,7 +8,6 @@
 #include "ECertExpand.h"
 #include "FakeTransport.h"
 #include "KXUtils.h"
-#include "LoopbackServer.h"
 #include "TempEnv.h"
 
 using kxtest::FakeTransport;
@@ -42,16 +41,9 @@ protected:
     // signature head for its method and its path and query as sent.
     std::string sent() {
         const KXWireRequest req = fake.lastRequest();
-        std::string head;
-        for (const std::string& line : req.headers) head += line + "\r\n";
         const std::string target = req.url.substr(("https://" + kHost).size());
-        EXPECT_EQ(KX_HEAD_OK, IWK_VerifySignatureHead(
-                                  req.method, target, kxtest::HeaderGetter(kxtest::ParseHead(head)),
-                                  [](const std::string& id, std::string& secret) {
-                                      secret = "secret-1";
-                                      return id == "proj-1";
-                                  },
-                                  IWK_GetCurTime(), 60000))
+        EXPECT_EQ(KX_HEAD_OK,
+                  FakeTransport::VerifySigned(req, "https://" + kHost, "proj-1", "secret-1"))
             << req.method << " " << target;
         return req.method + " " + target + "\n" + req.body;
     }

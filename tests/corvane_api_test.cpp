@@ -16,7 +16,6 @@
 #include "FakeTransport.h"
 #include "KXUtils.h"
 #include "LastErrorProbe.h"
-#include "LoopbackServer.h"
 #include "TempEnv.h"
 #include "platform/CorvaneTimer.h"
 
@@ -100,17 +99,9 @@ protected:
     // named the JSON content type once (a GET too).
     std::string Sent() {
         const KXWireRequest req = fake.lastRequest();
-        std::string head;
-        for (const std::string& line : req.headers) head += line + "\r\n";
-        const auto secret = [](const std::string& id, std::string& s) {
-            s = "secret-1";
-            return id == "proj-1";
-        };
         const std::string target = req.url.substr(std::min(kBase.size(), req.url.size()));
-        EXPECT_EQ(kBase + target, req.url);
-        EXPECT_EQ(KX_HEAD_OK, IWK_VerifySignatureHead(req.method, target,
-                                                      kxtest::HeaderGetter(kxtest::ParseHead(head)),
-                                                      secret, IWK_GetCurTime(), 60000));
+        EXPECT_EQ(KX_HEAD_OK, FakeTransport::VerifySigned(req, kBase, "proj-1", "secret-1"))
+            << req.url;
         EXPECT_EQ(1, std::count(req.headers.begin(), req.headers.end(),
                                 "Content-Type: application/json"));
         return req.method + " " + target + (req.body.empty() ? "" : " " + req.body);

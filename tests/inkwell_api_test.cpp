@@ -8,7 +8,6 @@
 #include "InkwellApi.h"
 #include "KXUtils.h"
 #include "LastErrorProbe.h"
-#include "LoopbackServer.h"
 #include "TempEnv.h"
 
 using kxtest::FakeTransport;
@@ -34,15 +33,8 @@ protected:
     // its exact body; the authorization that head carried in *authorization.
     std::string Sent(const KXWireRequest& req, std::string* authorization) {
         *authorization = "unset";
-        std::string head;
-        for (const std::string& line : req.headers) head += line + "\r\n";
-        EXPECT_EQ(KX_HEAD_OK, IWK_VerifyInkwellHead(
-                                  req.body, kxtest::HeaderGetter(kxtest::ParseHead(head)),
-                                  [](const std::string& id, std::string& secret) {
-                                      secret = "secret-1";
-                                      return id == "proj-1";
-                                  },
-                                  IWK_GetCurTime(), 60000, authorization));
+        EXPECT_EQ(KX_HEAD_OK,
+                  FakeTransport::VerifyLegacy(req, "proj-1", "secret-1", authorization));
         return req.method + " " + req.url + "\n" + req.body;
     }
 

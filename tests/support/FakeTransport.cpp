@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "LoopbackServer.h"
+
 namespace kxtest {
 
 namespace {
@@ -67,6 +69,36 @@ void FakeTransport::Exchange(const KXWireRequest& request, KXWireReply& reply) {
     } catch (...) {
         reply.code = KX_ERR_HTTP_TRANSPORT;  // memory; detail left as it is
     }
+}
+
+namespace {
+
+KXHeaderGetter Getter(const KXWireRequest& request) {
+    std::string head;
+    for (const std::string& line : request.headers) head += line + "\r\n";
+    return HeaderGetter(ParseHead(head));
+}
+
+KXSecretLookup Lookup(const std::string& id, const std::string& secret) {
+    return [id, secret](const std::string& project, std::string& out) {
+        out = secret;
+        return project == id;
+    };
+}
+
+}  // namespace
+
+KXHeadCheck FakeTransport::VerifySigned(const KXWireRequest& request, const std::string& base,
+                                        const std::string& id, const std::string& secret) {
+    if (request.url.compare(0, base.size(), base) != 0) return KX_HEAD_MISSING;
+    return IWK_VerifySignatureHead(request.method, request.url.substr(base.size()), Getter(request),
+                                   Lookup(id, secret), IWK_GetCurTime(), 60000);
+}
+
+KXHeadCheck FakeTransport::VerifyLegacy(const KXWireRequest& request, const std::string& id,
+                                        const std::string& secret, std::string* authorization) {
+    return IWK_VerifyInkwellHead(request.body, Getter(request), Lookup(id, secret),
+                                 IWK_GetCurTime(), 60000, authorization);
 }
 
 }  // namespace kxtest

@@ -22,6 +22,7 @@
 #include <vector>
 
 #include "KXTransport.h"
+#include "KXUtils.h"
 
 namespace kxtest {
 
@@ -53,6 +54,15 @@ public:
     size_t requestCount() const { return requests().size(); }
 
     void Exchange(const KXWireRequest& request, KXWireReply& reply) override;
+
+    // The default head scheme's verdict on a recorded request, as a server
+    // that knows only project `id` with `secret` would give it: the signature
+    // head over the request's path and query (the URL after `base`), or the
+    // legacy head over its body (authorization gets the value it carried).
+    static KXHeadCheck VerifySigned(const KXWireRequest& request, const std::string& base,
+                                    const std::string& id, const std::string& secret);
+    static KXHeadCheck VerifyLegacy(const KXWireRequest& request, const std::string& id,
+                                    const std::string& secret, std::string* authorization);
 
 private:
     mutable std::mutex mutex_;
