@@ -75,12 +75,7 @@ TEST(AllocFailure, ExportedFunctionsAnswerWithACode) {
     TempEnv env;
     ASSERT_TRUE(env.set("Srv", "Host", "127.0.0.1"));
     ASSERT_TRUE(env.set("Srv", "ProjectSecret", "s"));
-    _init_Info_s info;
-    info.SerType = 3;
-    info.ProjectID = "p";
-    info.ProjectSecret = "s";
-    info.ServerIp = "h.example";
-    info.Port = 443;
+    const _init_Info_s info = kxtest::FakeRecord();
     const std::string reply = R"({"errCode":0,"data":{"certId_openca":"42","uKeyNum":"U",)"
                               R"("extention":"{\"authCode\":\"A\"}"}})";
     CCorvaneApi platform;

@@ -33,22 +33,12 @@ struct Operation {
     std::function<long(bool bad)> run;
 };
 
-_init_Info_s Record() {
-    _init_Info_s info;
-    info.SerType = 3;
-    info.ProjectID = "p";
-    info.ProjectSecret = "s";
-    info.ServerIp = "h.example";
-    info.Port = 443;
-    return info;
-}
-
 }  // namespace
 
 TEST(Call, FailuresAndTheLastErrorOperationByOperation) {
     TempEnv env;
     FakeTransport fake;
-    const _init_Info_s info = Record();
+    const _init_Info_s info = kxtest::FakeRecord();
     CCloudCheckCert check;
     ASSERT_EQ(0, check.Init(info));
     CInkwellApi legacy;

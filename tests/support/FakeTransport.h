@@ -26,6 +26,18 @@
 
 namespace kxtest {
 
+// A complete server description (type 3, project "p" with secret "s") of a
+// host that only the fake answers: https://h.example:443.
+inline _init_Info_s FakeRecord() {
+    _init_Info_s info;
+    info.SerType = 3;
+    info.ProjectID = "p";
+    info.ProjectSecret = "s";
+    info.ServerIp = "h.example";
+    info.Port = 443;
+    return info;
+}
+
 class FakeTransport : public IKXTransport {
 public:
     // Transport faults: the result code CIWKHttp gives for each, and the
