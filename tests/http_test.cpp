@@ -21,10 +21,7 @@
 #include "TempEnv.h"
 #include "TestCA.h"
 
-using kxtest::FakeTransport;
-using kxtest::LoopbackServer;
-using kxtest::Reply;
-using kxtest::TestCA;
+using namespace kxtest;
 
 namespace {
 
@@ -51,6 +48,11 @@ protected:
     std::string outcome() const {
         return std::to_string(result.errCode) + "|" + result.msg + "|" + result.strExtra;
     }
+    // errCode|strExtra of a failed call, whose msg must name the cause.
+    std::string failure() const {
+        return std::to_string(result.errCode) + "|" + result.strExtra +
+               (result.msg.empty() ? "|no detail" : "");
+    }
 
     TempEnv env;
     KXReqResult result;
@@ -62,31 +64,27 @@ protected:
     FakeTransport fake;
 };
 
-// "method target|value|value..." of the named headers of a request.
-std::string Line(const kxtest::RecordedRequest& req, std::initializer_list<const char*> names) {
+// "method target|value|..." of the named headers of a request; "#Name" gives
+// the number of such lines instead.
+std::string Line(const RecordedRequest& req, std::initializer_list<const char*> names) {
     std::string out = req.method + " " + req.target;
-    for (const char* name : names) out += "|" + req.header(name);
+    for (const char* name : names)
+        out += "|" + (*name == '#' ? std::to_string(req.headerCount(name + 1)) : req.header(name));
     return out;
 }
 
-// A TCP socket bound to 127.0.0.1 on a free port.
-int BoundSocket(int* port) {
-    int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in addr{};
-    addr.sin_family = AF_INET;
-    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    ::bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr);
-    socklen_t length = sizeof addr;
-    ::getsockname(fd, reinterpret_cast<sockaddr*>(&addr), &length);
-    *port = ntohs(addr.sin_port);
-    return fd;
-}
-
 // Answers one connection with fixed bytes, then closes: for replies no HTTP
-// server library would send.
+// server library would send. Once it is gone, its port refuses connections.
 class RawServer {
 public:
-    explicit RawServer(const std::string& reply) : listener_(BoundSocket(&port_)) {
+    explicit RawServer(const std::string& reply) : listener_(::socket(AF_INET, SOCK_STREAM, 0)) {
+        sockaddr_in addr{};
+        addr.sin_family = AF_INET;
+        addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t length = sizeof addr;
+        ::bind(listener_, reinterpret_cast<sockaddr*>(&addr), length);
+        ::getsockname(listener_, reinterpret_cast<sockaddr*>(&addr), &length);
+        port_ = ntohs(addr.sin_port);
         ::listen(listener_, 1);
         thread_ = std::thread([this, reply] {
             const int fd = ::accept(listener_, nullptr, nullptr);  // -1 once shut down
@@ -107,8 +105,8 @@ public:
     std::string url() const { return "http://127.0.0.1:" + std::to_string(port_) + "/raw"; }
 
 private:
-    int port_ = 0;
     int listener_;
+    int port_ = 0;
     std::thread thread_;
 };
 
@@ -126,10 +124,10 @@ TEST_F(HttpTest, GetSendsTargetAndHeadLinesAsGiven) {
     EXPECT_EQ("0|" + reply + "|HTTP/1.1 200 OK", outcome());
     EXPECT_EQ(reply, result.strBody);
     ASSERT_EQ(1u, server.requestCount());
-    const kxtest::RecordedRequest req = server.lastRequest();
-    EXPECT_EQ("GET " + target + "|1|two words|3", Line(req, {"X-One", "x-two", "X-Three"}));
-    EXPECT_EQ(0u, req.headerCount("Expect") + req.headerCount("Content-Type"));
-    EXPECT_TRUE(req.body.empty());
+    EXPECT_EQ(
+        "GET " + target + "|1|two words|3|0|0",
+        Line(server.lastRequest(), {"X-One", "x-two", "X-Three", "#Expect", "#Content-Type"}));
+    EXPECT_TRUE(server.lastRequest().body.empty());
 
     // Redirects are not followed.
     Reply redirect(302, "");
@@ -139,14 +137,6 @@ TEST_F(HttpTest, GetSendsTargetAndHeadLinesAsGiven) {
     EXPECT_EQ("302|HTTP 302 Found|HTTP/1.1 302 Found", outcome());
     // Both went over one kept-alive connection.
     EXPECT_EQ(server.requests()[0].remotePort, server.lastRequest().remotePort);
-
-    // What cannot go as given does not go at all.
-    for (const std::string bad : {"/p/a#b?x=1", "/q?certSn=AB#12", "/p/a b", "/q?x=a b"}) {
-        EXPECT_EQ(KX_ERR_URL_BAD_CHAR, get(server.url(bad)));
-        const bool hash = bad.find('#') != std::string::npos;
-        EXPECT_NE(std::string::npos, result.msg.find(hash ? "'#' (0x23)" : "' ' (0x20)"));
-    }
-    EXPECT_EQ(2u, server.requestCount());
 
     // Plain HTTP through a proxy names the whole URL there, still as given.
     ASSERT_TRUE(env.set("KXUtils", "Proxy", server.baseUrl()));
@@ -160,10 +150,9 @@ TEST_F(HttpTest, PostAndPutSendBodyBytesUnchanged) {
     const std::string body =
         "{\"name\":\"" + kGbk + "\",\"bin\":\"" + std::string("\0\xFF\x80\x01", 4) + "\"}";
     ASSERT_EQ(0, post(server.url("/post?x=1"), body));
-    EXPECT_EQ("POST /post?x=1|" + std::to_string(body.size()) + "|application/json",
-              Line(server.lastRequest(), {"Content-Length", "Content-Type"}));
+    EXPECT_EQ("POST /post?x=1|" + std::to_string(body.size()) + "|application/json|1",
+              Line(server.lastRequest(), {"Content-Length", "Content-Type", "#Content-Type"}));
     EXPECT_EQ(body, server.lastRequest().body);
-    EXPECT_EQ(1u, server.lastRequest().headerCount("Content-Type"));
 
     ASSERT_EQ(0, put(server.url("/put"), body, HTTP_CONTENT_FORM));
     EXPECT_EQ("PUT /put|application/x-www-form-urlencoded",
@@ -174,11 +163,9 @@ TEST_F(HttpTest, PostAndPutSendBodyBytesUnchanged) {
     // bring curl's "Expect: 100-continue".
     const std::string large(200000, 'x');
     ASSERT_EQ(0, post(server.url("/xml"), large, "content-type: text/xml; charset=GBK\r\nX-A: b"));
-    const kxtest::RecordedRequest req = server.lastRequest();
-    EXPECT_TRUE(large == req.body);
-    EXPECT_EQ(1u, req.headerCount("Content-Type"));
-    EXPECT_EQ("POST /xml|text/xml; charset=GBK|b", Line(req, {"Content-Type", "X-A"}));
-    EXPECT_EQ(0u, req.headerCount("Expect"));
+    EXPECT_EQ("POST /xml|text/xml; charset=GBK|1|b|0",
+              Line(server.lastRequest(), {"Content-Type", "#Content-Type", "X-A", "#Expect"}));
+    EXPECT_TRUE(large == server.lastRequest().body);
 
     ASSERT_EQ(0, post(server.url("/empty"), ""));
     EXPECT_EQ("POST /empty|0", Line(server.lastRequest(), {"Content-Length"}));
@@ -186,7 +173,7 @@ TEST_F(HttpTest, PostAndPutSendBodyBytesUnchanged) {
 
 TEST_F(HttpTest, EachThreadCompletesItsOwnRequests) {
     LoopbackServer server;
-    server.handle("/echo", [](const kxtest::RecordedRequest& r) { return Reply(200, r.body); });
+    server.handle("/echo", [](const RecordedRequest& r) { return Reply(200, r.body); });
     std::atomic<int> failures{0};
     std::vector<std::thread> threads;
     for (int t = 0; t < 4; ++t)
@@ -210,7 +197,6 @@ TEST_F(HttpTest, TlsTrustFollowsConfiguration) {
 
     ASSERT_TRUE(env.set("KXUtils", "CAFile", TestCA::instance().caFile()));
     EXPECT_EQ(0, get(url));
-    EXPECT_EQ("HTTP/1.1 200 OK", result.strExtra);
     EXPECT_EQ(0, post(url, "{}"));  // over the same kept-alive connection
     EXPECT_EQ(server.requests()[0].remotePort, server.lastRequest().remotePort);
 
@@ -218,11 +204,9 @@ TEST_F(HttpTest, TlsTrustFollowsConfiguration) {
     // trusts something else; nor do the system store or a missing file trust it.
     for (const std::string& ca :
          {TestCA::unrelated().caFile(), std::string(), env.dir() + "/absent.pem"}) {
-        SCOPED_TRACE(ca);
         ASSERT_TRUE(env.set("KXUtils", "CAFile", ca));
-        EXPECT_EQ(KX_ERR_HTTP_TLS, get(url));
-        EXPECT_EQ(std::to_string(KX_ERR_HTTP_TLS) + "|" + result.msg + "|", outcome());
-        EXPECT_FALSE(result.msg.empty());
+        get(url);
+        EXPECT_EQ(std::to_string(KX_ERR_HTTP_TLS) + "|", failure()) << ca;
     }
 
     // The certificate names localhost as well as 127.0.0.1.
@@ -238,11 +222,9 @@ TEST_F(HttpTest, TlsTrustFollowsConfiguration) {
 }
 
 TEST_F(HttpTest, SocketFailuresMapToTheirCodes) {
-    int closedPort = 0;
-    ::close(BoundSocket(&closedPort));
-    EXPECT_EQ(KX_ERR_HTTP_CONNECT, get("http://127.0.0.1:" + std::to_string(closedPort) + "/x"));
-    EXPECT_EQ(std::to_string(KX_ERR_HTTP_CONNECT) + "|" + result.msg + "|", outcome());
-    EXPECT_FALSE(result.msg.empty());
+    const std::string gone = RawServer("").url();  // nothing listens there now
+    get(gone);
+    EXPECT_EQ(std::to_string(KX_ERR_HTTP_CONNECT) + "|", failure());
 
     // Replies no server library would send; a chunked one announces no length,
     // so the limit must hold while bytes arrive.
@@ -256,11 +238,9 @@ TEST_F(HttpTest, SocketFailuresMapToTheirCodes) {
         {"HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\nshort", "10107|HTTP/1.1 200 OK"},
     };
     for (const auto& [reply, expected] : replies) {
-        SCOPED_TRACE(reply.substr(0, 30));
         RawServer raw(reply);
         reply.empty() ? post(raw.url(), "{}") : get(raw.url());
-        EXPECT_EQ(expected, std::to_string(result.errCode) + "|" + result.strExtra);
-        EXPECT_FALSE(result.msg.empty());
+        EXPECT_EQ(expected, failure()) << reply.substr(0, 30);
     }
 }
 
@@ -334,10 +314,9 @@ TEST_F(HttpFrontTest, EachAnswerEndsInItsResult) {
         for (int call = 0; call < 3; ++call) {
             status ? fake.reply(status, body) : fake.fail(fault);
             result.strBody = "stale";
-            const std::string head = "X-Secret: HEAD-MARKER";
-            const int code = call == 0 ? get("https://h/g?k=v", head)
-                             : call == 1
-                                 ? get("https://h/g?k=v", head, HTTP_REQ_PUT)
+            const int code = call < 2
+                                 ? get("https://h/g?k=v", "X-Secret: HEAD-MARKER",
+                                       call ? HTTP_REQ_PUT : HTTP_REQ_PLAIN)
                                  : put("https://h/p", "{\"BODY-MARKER\":1}", HTTP_CONTENT_JSON);
             EXPECT_EQ(expected, outcome());
             EXPECT_EQ(result.errCode, code);
