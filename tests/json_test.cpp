@@ -17,26 +17,18 @@ std::string Fast(const Json::Value& v) {
 
 }  // namespace
 
-TEST(CompactWriter, MatchesFastWriterOnEdgeNumbersAndKeyOrder) {
-    Json::Value v;
-    v["b"] = Json::UInt64(18446744073709551615ULL);
-    v["a"] = Json::Int64(-9223372036854775807LL - 1);
-    v["B"].append(1e300);
-    v["B"].append(2.0);
-    v["B"].append(Json::Value(Json::objectValue));
-    EXPECT_EQ(Fast(v), kxjson::Write(v));
-    // Keys come out in jsoncpp's sorted order whatever the order of insertion.
-    const std::string text = kxjson::Write(v);
-    EXPECT_EQ(0u, text.find("{\"B\":[1")) << text;
-    EXPECT_NE(std::string::npos, text.find(",2.0,{}],\"a\":-9223372036854775808,\"b\":1844"))
-        << text;
-    EXPECT_EQ("null\n", kxjson::Write(Json::Value()));
-}
+// Edge numbers, then random documents with every byte value in strings and
+// keys: the writer must agree with FastWriter wherever the text is ASCII (key
+// order and escapes included), and with jsoncpp's raw-UTF-8 mode everywhere.
+TEST(CompactWriter, AgreesWithJsoncpp) {
+    Json::Value edge;
+    edge["b"] = Json::UInt64(18446744073709551615ULL);
+    edge["a"] = Json::Int64(-9223372036854775807LL - 1);
+    edge["B"].append(1e300);
+    edge["B"].append(2.0);
+    edge["B"].append(Json::Value(Json::objectValue));
+    EXPECT_EQ(Fast(edge), kxjson::Write(edge));
 
-// Random documents with every byte value in strings and keys: the writer must
-// agree with jsoncpp's own writer in raw-UTF-8 mode, and with FastWriter
-// wherever the text is ASCII.
-TEST(CompactWriter, AgreesWithJsoncppOnRandomDocuments) {
     std::mt19937 random(7);
     auto text = [&](bool ascii) {
         std::string s(random() % 12, ' ');
@@ -44,30 +36,18 @@ TEST(CompactWriter, AgreesWithJsoncppOnRandomDocuments) {
         return s;
     };
     std::function<Json::Value(int, bool)> make = [&](int depth, bool ascii) -> Json::Value {
-        switch (depth > 3 ? random() % 6 : random() % 8) {
-            case 0:
-                return Json::Value();
-            case 1:
-                return Json::Value(
-                    static_cast<Json::Int64>(static_cast<Json::Int64>(random()) - (1LL << 31)));
-            case 2:
-                return Json::Value(static_cast<double>(random()) / 7.0);
-            case 3:
-                return Json::Value(random() % 2 == 0);
-            case 4:
-            case 5:
-                return Json::Value(text(ascii));
-            case 6: {
-                Json::Value a(Json::arrayValue);
-                for (int i = random() % 4; i > 0; --i) a.append(make(depth + 1, ascii));
-                return a;
-            }
-            default: {
-                Json::Value o(Json::objectValue);
-                for (int i = random() % 4; i > 0; --i) o[text(ascii)] = make(depth + 1, ascii);
-                return o;
-            }
-        }
+        const unsigned kind = depth > 3 ? random() % 6 : random() % 8;
+        if (kind == 0) return Json::Value();
+        if (kind == 1)
+            return Json::Value(static_cast<Json::Int64>(random()) - (Json::Int64(1) << 31));
+        if (kind == 2) return Json::Value(static_cast<double>(random()) / 7.0);
+        if (kind == 3) return Json::Value(random() % 2 == 0);
+        if (kind < 6) return Json::Value(text(ascii));
+        Json::Value v(kind == 6 ? Json::arrayValue : Json::objectValue);
+        for (int i = random() % 4; i > 0; --i)
+            kind == 6 ? v.append(make(depth + 1, ascii))
+                      : (v[text(ascii)] = make(depth + 1, ascii));
+        return v;
     };
     Json::StreamWriterBuilder raw;
     raw["indentation"] = "";
@@ -82,15 +62,12 @@ TEST(CompactWriter, AgreesWithJsoncppOnRandomDocuments) {
 
 TEST(CompactWriter, KeepsGbkAndUtf8BytesRaw) {
     Json::Value v;
-    const std::string gbk = "\xD6\xD0\xCE\xC4\xA3\xBA";  // GBK text with a full-width colon
-    const std::string utf8 = "\xE4\xB8\xAD";
-    v["gbk"] = gbk;
-    v["utf8"] = utf8;
-    EXPECT_EQ("{\"gbk\":\"" + gbk + "\",\"utf8\":\"" + utf8 + "\"}\n", kxjson::Write(v));
+    v["gbk"] = "\xD6\xD0\xCE\xC4\xA3\xBA";  // GBK text with a full-width colon
+    v["utf8"] = "\xE4\xB8\xAD";
+    EXPECT_EQ("{\"gbk\":\"\xD6\xD0\xCE\xC4\xA3\xBA\",\"utf8\":\"\xE4\xB8\xAD\"}\n",
+              kxjson::Write(v));
     // FastWriter would have escaped them: the reason this writer exists.
     EXPECT_NE(Fast(v), kxjson::Write(v));
-    // Control characters are still escaped as FastWriter does.
-    EXPECT_EQ("\"\\u001f\\r\"\n", kxjson::Write(Json::Value("\x1f\r")));
 }
 
 TEST(SafeJson, ReadersNeverThrowOnAnyShape) {
@@ -99,28 +76,21 @@ TEST(SafeJson, ReadersNeverThrowOnAnyShape) {
     EXPECT_FALSE(kxjson::Parse(std::string(100000, '['), root));  // nesting past the reader's limit
     EXPECT_TRUE(kxjson::Parse("[1,2]", root));
     EXPECT_TRUE(kxjson::Member(root, "code").isNull());  // operator[] would throw on an array
-    EXPECT_EQ("", kxjson::String(root, "code"));
-    EXPECT_EQ("", kxjson::String(root));
+    EXPECT_EQ("", kxjson::String(root, "code") + kxjson::String(root));
 
     ASSERT_TRUE(kxjson::Parse(
         R"({"s":"t","i":7,"big":9999999999,"neg":-3,"r":1.5,"b":true,"o":{},"a":[],"n":null})",
         root));
-    EXPECT_EQ("t", kxjson::String(root, "s"));
-    EXPECT_EQ("7", kxjson::String(root, "i"));
-    EXPECT_EQ("true", kxjson::String(root, "b"));
-    EXPECT_EQ("", kxjson::String(root, "o"));
-    EXPECT_EQ("", kxjson::String(root, "a"));
-    EXPECT_EQ("", kxjson::String(root, "n"));
+    std::string texts;
+    for (const char* key : {"s", "i", "b", "o", "a", "n"}) texts += kxjson::String(root, key) + "|";
+    EXPECT_EQ("t|7|true||||", texts);
 
     int i = 42;
     EXPECT_TRUE(kxjson::Int(kxjson::Member(root, "i"), i));
     EXPECT_EQ(7, i);
-    i = 42;
-    EXPECT_FALSE(kxjson::Int(kxjson::Member(root, "big"), i));  // asInt would throw
-    EXPECT_FALSE(kxjson::Int(kxjson::Member(root, "s"), i));
-    EXPECT_FALSE(kxjson::Int(kxjson::Member(root, "r"), i));
-    EXPECT_FALSE(kxjson::Int(kxjson::Member(root, "o"), i));
-    EXPECT_EQ(42, i);
+    for (const char* key : {"big", "s", "r", "o"})  // asInt would throw on "big"
+        EXPECT_FALSE(kxjson::Int(kxjson::Member(root, key), i)) << key;
+    EXPECT_EQ(7, i);
     long long wide = 0;
     EXPECT_TRUE(kxjson::Int64(kxjson::Member(root, "big"), wide));
     EXPECT_EQ(9999999999LL, wide);
