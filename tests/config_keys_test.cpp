@@ -5,8 +5,6 @@
 #include <fstream>
 #include <regex>
 #include <sstream>
-#include <string>
-#include <vector>
 
 #include "KXUtils.h"
 #include "TempEnv.h"

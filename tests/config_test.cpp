@@ -5,9 +5,7 @@
 #include <atomic>
 #include <filesystem>
 #include <fstream>
-#include <string>
 #include <thread>
-#include <vector>
 
 #include <fcntl.h>
 #include <sys/stat.h>

@@ -10,10 +10,8 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <string>
 #include <thread>
 #include <tuple>
-#include <vector>
 
 #include "FakeTransport.h"
 #include "KXUtils.h"

@@ -2,9 +2,7 @@
 // keep non-ASCII bytes raw, and the readers must never throw.
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <random>
-#include <string>
 
 #include "KXUtils.h"
 

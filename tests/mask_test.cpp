@@ -2,9 +2,6 @@
 // IWK_DataTuomin's masking of JSON values.
 #include <gtest/gtest.h>
 
-#include <string>
-#include <vector>
-
 #include "KXUtils.h"
 #include "TempEnv.h"
 

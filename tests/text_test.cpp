@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <regex>
-#include <string>
 #include <thread>
 
 #include "KXUtils.h"
