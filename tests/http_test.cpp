@@ -71,46 +71,23 @@ std::string Line(const RecordedRequest& req, std::initializer_list<const char*> 
     return out;
 }
 
-// Answers one connection with fixed bytes, then closes: for replies no HTTP
-// server library would send. Once it is gone, its port refuses connections.
-class RawServer {
-public:
-    explicit RawServer(const std::string& reply) : listener_(::socket(AF_INET, SOCK_STREAM, 0)) {
-        sockaddr_in addr{};
-        addr.sin_family = AF_INET;
-        addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t length = sizeof addr;
-        ::bind(listener_, reinterpret_cast<sockaddr*>(&addr), length);
-        ::getsockname(listener_, reinterpret_cast<sockaddr*>(&addr), &length);
-        port_ = ntohs(addr.sin_port);
-        ::listen(listener_, 1);
-        thread_ = std::thread([this, reply] {
-            const int fd = ::accept(listener_, nullptr, nullptr);  // -1 once shut down
-            std::string request;
-            char buffer[4096];
-            for (ssize_t n = 1; n > 0 && request.find("\r\n\r\n") == std::string::npos;)
-                if ((n = ::recv(fd, buffer, sizeof buffer, 0)) > 0) request.append(buffer, n);
-            (void)::send(fd, reply.data(), reply.size(), MSG_NOSIGNAL);
-            ::shutdown(fd, SHUT_RDWR);
-            ::close(fd);
-        });
-    }
-    ~RawServer() {
-        ::shutdown(listener_, SHUT_RDWR);
-        thread_.join();
-        ::close(listener_);
-    }
-    std::string url() const { return "http://127.0.0.1:" + std::to_string(port_) + "/raw"; }
-
-private:
-    int listener_;
-    int port_ = 0;
-    std::thread thread_;
-};
+// A TCP socket bound to a free port of 127.0.0.1, and the URL of that port;
+// connections to it are refused until it listens.
+int BoundSocket(std::string* url) {
+    const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in addr{};
+    addr.sin_family = AF_INET;
+    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof addr;
+    ::bind(fd, reinterpret_cast<sockaddr*>(&addr), length);
+    ::getsockname(fd, reinterpret_cast<sockaddr*>(&addr), &length);
+    *url = "http://127.0.0.1:" + std::to_string(ntohs(addr.sin_port)) + "/raw";
+    return fd;
+}
 
 }  // namespace
 
-TEST_F(HttpTest, GetSendsTargetAndHeadLinesAsGiven) {
+TEST_F(HttpTest, RequestsGoOutAsGiven) {
     LoopbackServer server;
     const std::string reply = "{\"code\":0,\"t\":\"" + kGbk + "\"}";
     server.setDefaultReply(Reply(200, reply, "application/json"));
@@ -120,7 +97,6 @@ TEST_F(HttpTest, GetSendsTargetAndHeadLinesAsGiven) {
 
     ASSERT_EQ(0, get(server.url(target), "X-One: 1\r\nX-Two: two words\n\r\n\r\nX-Three:3"));
     EXPECT_EQ("0|" + reply + "|HTTP/1.1 200 OK", outcome());
-    EXPECT_EQ(reply, result.strBody);
     ASSERT_EQ(1u, server.requestCount());
     EXPECT_EQ(
         "GET " + target + "|1|two words|3|0|0",
@@ -136,15 +112,7 @@ TEST_F(HttpTest, GetSendsTargetAndHeadLinesAsGiven) {
     // Both went over one kept-alive connection.
     EXPECT_EQ(server.requests()[0].remotePort, server.lastRequest().remotePort);
 
-    // Plain HTTP through a proxy names the whole URL there, still as given.
-    ASSERT_TRUE(env.set("KXUtils", "Proxy", server.baseUrl()));
-    const std::string proxied = "http://kx-proxied.test:8080" + target;
-    ASSERT_EQ(0, get(proxied));
-    EXPECT_EQ("GET " + proxied + "|kx-proxied.test:8080", Line(server.lastRequest(), {"Host"}));
-}
-
-TEST_F(HttpTest, PostAndPutSendBodyBytesUnchanged) {
-    LoopbackServer server;
+    // Bodies go out byte for byte.
     const std::string body =
         "{\"name\":\"" + kGbk + "\",\"bin\":\"" + std::string("\0\xFF\x80\x01", 4) + "\"}";
     ASSERT_EQ(0, post(server.url("/post?x=1"), body));
@@ -167,6 +135,12 @@ TEST_F(HttpTest, PostAndPutSendBodyBytesUnchanged) {
 
     ASSERT_EQ(0, post(server.url("/empty"), ""));
     EXPECT_EQ("POST /empty|0", Line(server.lastRequest(), {"Content-Length"}));
+
+    // Plain HTTP through a proxy names the whole URL there, still as given.
+    ASSERT_TRUE(env.set("KXUtils", "Proxy", server.baseUrl()));
+    const std::string proxied = "http://kx-proxied.test:8080" + target;
+    ASSERT_EQ(0, get(proxied));
+    EXPECT_EQ("GET " + proxied + "|kx-proxied.test:8080", Line(server.lastRequest(), {"Host"}));
 }
 
 TEST_F(HttpTest, EachThreadCompletesItsOwnRequests) {
@@ -220,12 +194,15 @@ TEST_F(HttpTest, TlsTrustFollowsConfiguration) {
 }
 
 TEST_F(HttpTest, SocketFailuresMapToTheirCodes) {
-    const std::string gone = RawServer("").url();  // nothing listens there now
-    get(gone);
+    std::string url;
+    const int idle = BoundSocket(&url);
+    get(url);
     EXPECT_EQ(std::to_string(KX_ERR_HTTP_CONNECT) + "|", failure());
+    ::close(idle);
 
-    // Replies no server library would send; a chunked one announces no length,
-    // so the limit must hold while bytes arrive.
+    // Replies no server library would send, from a server that answers one
+    // connection with fixed bytes. A chunked one announces no length, so the
+    // limit must hold while bytes arrive.
     ASSERT_TRUE(env.set("KXUtils", "MaxReplyBytes", "1000"));
     std::string chunked = "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n";
     for (int i = 0; i < 5; ++i) chunked += "3e8\r\n" + std::string(1000, 'c') + "\r\n";
@@ -236,8 +213,21 @@ TEST_F(HttpTest, SocketFailuresMapToTheirCodes) {
         {"HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\nshort", "10107|HTTP/1.1 200 OK"},
     };
     for (const auto& [reply, expected] : replies) {
-        RawServer raw(reply);
-        reply.empty() ? post(raw.url(), "{}") : get(raw.url());
+        const int listener = BoundSocket(&url);
+        ::listen(listener, 1);
+        std::thread server([&, listener] {
+            const int fd = ::accept(listener, nullptr, nullptr);  // -1 once shut down
+            std::string request;
+            char buffer[4096];
+            for (ssize_t n = 1; n > 0 && request.find("\r\n\r\n") == std::string::npos;)
+                if ((n = ::recv(fd, buffer, sizeof buffer, 0)) > 0) request.append(buffer, n);
+            (void)::send(fd, reply.data(), reply.size(), MSG_NOSIGNAL);
+            ::close(fd);
+        });
+        reply.empty() ? post(url, "{}") : get(url);
+        ::shutdown(listener, SHUT_RDWR);
+        server.join();
+        ::close(listener);
         EXPECT_EQ(expected, failure()) << reply.substr(0, 30);
     }
 }
@@ -280,9 +270,6 @@ TEST_F(HttpFrontTest, LocalRefusalsSendNothing) {
     EXPECT_EQ("10001|not supported: multipart upload|", outcome());
     EXPECT_EQ(KX_ERR_INVALID_VALUE,
               CIWKHttp::Get("https://h/null", "", "", nullptr, HTTP_REQ_PLAIN, nullptr));
-    EXPECT_EQ(KX_ERR_INVALID_VALUE,
-              CIWKHttp::Post("https://h/null", "{}", "", nullptr, HTTP_CONTENT_JSON, HTTP_REQ_PLAIN,
-                             nullptr, nullptr, nullptr));
     EXPECT_EQ(0u, fake.requestCount());
 }
 
