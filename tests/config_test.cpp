@@ -17,17 +17,12 @@
 
 namespace {
 
-// "result code:value" of a read, for string and integer values.
+// "result code:value" of a read.
 std::string Read(const std::string& section, const std::string& key,
                  const std::string& fallback = "") {
     std::string value;
     const int rc = IWK_GetConfigByKey(section, key, value, fallback);
     return std::to_string(rc) + ":" + value;
-}
-std::string Read(const std::string& section, const std::string& key, int fallback) {
-    int value = 0;
-    const int rc = IWK_GetConfigByKey(section, key, value, fallback);
-    return std::to_string(rc) + ":" + std::to_string(value);
 }
 
 mode_t ModeOf(const std::string& path) {
@@ -42,7 +37,9 @@ mode_t ModeOf(const std::string& path) {
 TEST(ConfigStore, ReadsAndWritesTheFile) {
     TempEnv env;
     env.writeConfig("[S]\r\nn= -7 \r\n");
-    EXPECT_EQ("1:-7", Read("s", "N", 99));
+    int n = 0;
+    EXPECT_EQ(1, IWK_GetConfigByKey("s", "N", n, 99));
+    EXPECT_EQ(-7, n);
     EXPECT_EQ("0:fb", Read("Nope", "n", "fb"));
     ::unlink(env.configPath().c_str());
     EXPECT_EQ("0:gone", Read("S", "n", "gone"));
@@ -128,32 +125,26 @@ TEST(ConfigStore, ReaderNeverSeesAPartialRewrite) {
 
 TEST(ConfigStore, ConcurrentWritersLoseNoKey) {
     TempEnv env;
-    // Two processes, then six threads; each writes its own keys into a shared section.
-    const std::vector<std::pair<std::string, std::string>> writers = {
-        {"p0", "P"},  {"p1", "P"},  {"k0", "T0"}, {"k1", "T1"},
-        {"k2", "T0"}, {"k3", "T1"}, {"k4", "T0"}, {"k5", "T1"},
-    };
-    auto writeAll = [](const std::string& who, const std::string& section) {
+    // Writer w (two processes, then six threads) writes keys w_0 to w_9 into
+    // section S<w % 3>, which it shares with others.
+    auto key = [](int w, int i) { return std::to_string(w) + "_" + std::to_string(i); };
+    auto section = [](int w) { return "S" + std::to_string(w % 3); };
+    auto writeAll = [&](int w) {
         int failed = 0;
         for (int i = 0; i < 10; ++i) {
-            const std::string key = who + "_" + std::to_string(i);
-            failed += IWK_SetConfigByKey(section, key, key) != 1;
-            Read("T0", "k0_0");
+            failed += IWK_SetConfigByKey(section(w), key(w, i), key(w, i)) != 1;
+            Read("S0", "0_0");
         }
         return failed;
     };
     // Processes serialise on the lock file. They start first: forking beside
     // running threads could copy a held lock into the child.
-    std::vector<pid_t> children;
-    for (int p = 0; p < 2; ++p) {
-        const pid_t pid = ::fork();
-        if (pid == 0) ::_exit(writeAll(writers[p].first, writers[p].second));
-        children.push_back(pid);
-    }
+    pid_t children[2];
+    for (int w = 0; w < 2; ++w)
+        if ((children[w] = ::fork()) == 0) ::_exit(writeAll(w));
     std::atomic<int> failed(0);
     std::vector<std::thread> threads;
-    for (size_t w = 2; w < writers.size(); ++w)
-        threads.emplace_back([&, w] { failed += writeAll(writers[w].first, writers[w].second); });
+    for (int w = 2; w < 8; ++w) threads.emplace_back([&, w] { failed += writeAll(w); });
     for (auto& th : threads) th.join();
     EXPECT_EQ(0, failed.load());
     for (pid_t pid : children) {
@@ -161,10 +152,8 @@ TEST(ConfigStore, ConcurrentWritersLoseNoKey) {
         ASSERT_EQ(pid, ::waitpid(pid, &status, 0));
         EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
     }
-    for (const auto& [who, section] : writers)
-        for (int i = 0; i < 10; ++i)
-            EXPECT_EQ("1:" + who + "_" + std::to_string(i),
-                      Read(section, who + "_" + std::to_string(i)));
+    for (int w = 0; w < 8; ++w)
+        for (int i = 0; i < 10; ++i) EXPECT_EQ("1:" + key(w, i), Read(section(w), key(w, i)));
 }
 
 TEST(ConfigCipher, RoundTripKeyFileAndRefusals) {

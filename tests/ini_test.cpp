@@ -55,8 +55,6 @@ TEST(IniText, SetChangesOneKeyAndNothingElse) {
         // A section without keys takes the key right after its header; LF stays LF.
         {"[E]\n; nothing\n[F]\nf=1\n", "E", "e", "2", "[E]\ne=2\n; nothing\n[F]\nf=1\n"},
         {"\xEF\xBB\xBF[S]\nk=1", "s", "K", "", "\xEF\xBB\xBF[S]\nk="},
-        {"", "KXSign", "url", "https://h:8443/api?x=1&y=;#",
-         "[KXSign]\nurl=https://h:8443/api?x=1&y=;#\n"},
     };
     for (const Case& c : cases) {
         std::string text = c.before;
