@@ -170,9 +170,8 @@ TEST(ConfigCipher, RoundTripKeyFileAndRefusals) {
     const std::string raw = IWK_Base64Decode(stored.substr(7));
     EXPECT_EQ(12 + gbk.size() + 16, raw.size());
     EXPECT_EQ(keyText, ReadFileText(env.keyPath()));
-    const std::string empty = IWK_EncryptConfigInfo("");
-    ASSERT_FALSE(empty.empty());
-    EXPECT_EQ(28u, IWK_Base64Decode(empty.substr(7)).size());
+    const std::string empty = IWK_EncryptConfigInfo("");  // IV and tag alone
+    EXPECT_EQ(28u, IWK_Base64Decode(empty.substr(std::min<size_t>(7, empty.size()))).size());
     EXPECT_EQ("", IWK_DecryptEncryptedConfigInfo(empty));
 
     // A flipped bit of IV, text or tag, a missing or other prefix, bad Base64,

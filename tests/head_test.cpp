@@ -78,6 +78,27 @@ KXHeaderGetter Altered(Headers headers, const std::string& name, const std::stri
     return kxtest::HeaderGetter(headers);
 }
 
+// A provider that shows what it was given; its token call can throw.
+class FixedProvider : public IKXHeadProvider {
+public:
+    std::string SignatureHead(HTTPFuncType funcType, const std::string& url,
+                              const std::string& host, const std::string& projectId,
+                              const std::string&, const std::vector<std::string>& extra,
+                              const std::string& contentType) override {
+        return "X-Sig: " + std::to_string(funcType) + "|" + url + "|" + host + "|" + projectId +
+               "|" + std::to_string(extra.size()) + "|" + contentType;
+    }
+    std::string BIDHeadToken(const std::string& token) override {
+        if (throws) throw std::runtime_error("no");
+        return "X-Tok: " + token;
+    }
+    std::string InkwellHead(const std::string& projectId, const std::string&,
+                            const std::string& body, const std::string& authorization) override {
+        return "X-Ink: " + projectId + "|" + body + "|" + authorization;
+    }
+    bool throws = false;
+};
+
 }  // namespace
 
 TEST(SignatureHead, LayoutAndSignedText) {
@@ -222,30 +243,6 @@ TEST(Heads, LineBreaksInValuesNeverInjectHeaders) {
     EXPECT_NE("", CIWKHttp::GenInkwellHttpHead(kProject, "a\r\nb", "line1\r\nline2", ""));
     EXPECT_EQ("", CIWKHttp::GetBIDHeadToken(""));
 }
-
-namespace {
-
-class FixedProvider : public IKXHeadProvider {
-public:
-    std::string SignatureHead(HTTPFuncType funcType, const std::string& url,
-                              const std::string& host, const std::string& projectId,
-                              const std::string&, const std::vector<std::string>& extra,
-                              const std::string& contentType) override {
-        return "X-Sig: " + std::to_string(funcType) + "|" + url + "|" + host + "|" + projectId +
-               "|" + std::to_string(extra.size()) + "|" + contentType;
-    }
-    std::string BIDHeadToken(const std::string& token) override {
-        if (throws) throw std::runtime_error("no");
-        return "X-Tok: " + token;
-    }
-    std::string InkwellHead(const std::string& projectId, const std::string&,
-                            const std::string& body, const std::string& authorization) override {
-        return "X-Ink: " + projectId + "|" + body + "|" + authorization;
-    }
-    bool throws = false;
-};
-
-}  // namespace
 
 TEST(Heads, ProviderCanBeReplacedAndRestored) {
     FixedProvider fixed;
