@@ -33,46 +33,41 @@ mode_t ModeOf(const std::string& path) {
 }  // namespace
 
 // The rules of the text are IniText's; here the file as it is at each read,
-// what a write leaves in it, and the substitution of a stored value.
+// what a write leaves behind, and the substitution of a stored value.
 TEST(ConfigStore, ReadsAndWritesTheFile) {
     TempEnv env;
     env.writeConfig("[S]\r\nn= -7 \r\n");
     int n = 0;
     EXPECT_EQ(1, IWK_GetConfigByKey("s", "N", n, 99));
     EXPECT_EQ(-7, n);
-    ::unlink(env.configPath().c_str());
-    EXPECT_EQ("0:gone", Read("S", "n", "gone"));  // as a key that is not there
 
+    // A store that is not there reads as empty; the first write makes it, and
+    // its folders, private.
+    const std::string path = env.dir() + "/a/b/KXServerApi.ini";
+    ::setenv("KX_CONFIG_FILE", path.c_str(), 1);
+    EXPECT_EQ(path, IWK_GetConfigFilePath());
+    EXPECT_EQ("0:gone", Read("S", "n", "gone"));
     ASSERT_TRUE(env.set("KXSign", "serverUrl", "https://h:8443/api?x=1&y=;#"));
+    EXPECT_EQ(0600u, ModeOf(path));
+    EXPECT_EQ(0700u, ModeOf(env.dir() + "/a/b"));
+    ::chmod(path.c_str(), 0640);  // a rewrite keeps the mode it finds
     ASSERT_TRUE(env.set("KXSign", "empty", ""));
     ASSERT_TRUE(env.set("kxsign", "SERVERURL", "\xD6\xD0\xCE\xC4"));
+    EXPECT_EQ(0640u, ModeOf(path));
     EXPECT_EQ("1:\xD6\xD0\xCE\xC4", Read("KXSign", "serverUrl", "fb"));  // seen at once
     // What the text cannot hold is refused, and the file stays as it was.
     EXPECT_EQ(0, IWK_SetConfigByKey("KXSign", "k", "a\nb"));
-    EXPECT_EQ("[KXSign]\nserverUrl=\xD6\xD0\xCE\xC4\nempty=\n", ReadFileText(env.configPath()));
-    EXPECT_EQ("", ReadFileText(env.configPath() + ".lock"));
-    EXPECT_EQ(env.configPath(), IWK_GetConfigFilePath());
+    EXPECT_EQ("[KXSign]\nserverUrl=\xD6\xD0\xCE\xC4\nempty=\n", ReadFileText(path));
+    // No temporary file is left behind: only the store and its empty lock.
+    EXPECT_EQ("", ReadFileText(path + ".lock"));
+    EXPECT_EQ(2, std::distance(std::filesystem::directory_iterator(env.dir() + "/a/b"),
+                               std::filesystem::directory_iterator()));
 
     EXPECT_EQ("a \xD6\xD0\xCE\xC4 b \xD6\xD0\xCE\xC4",
               IWK_ReplaceSubStrByConfig("a @U b @U", "@U", "KXSign", "serverUrl"));
     EXPECT_EQ("a @U", IWK_ReplaceSubStrByConfig("a @U", "@U", "KXSign", "missing"));
     EXPECT_EQ("a @U", IWK_ReplaceSubStrByConfig("a @U", "", "KXSign", "serverUrl"));
     EXPECT_EQ("a  b", IWK_ReplaceSubStrByConfig("a @U b", "@U", "KXSign", "empty"));
-}
-
-TEST(ConfigStore, NewFileIsPrivateAndOldModeIsKept) {
-    TempEnv env;
-    const std::string nested = env.dir() + "/a/b/KXServerApi.ini";
-    ::setenv("KX_CONFIG_FILE", nested.c_str(), 1);
-    ASSERT_TRUE(env.set("S", "k", "v"));
-    EXPECT_EQ(0600u, ModeOf(nested));
-    EXPECT_EQ(0700u, ModeOf(env.dir() + "/a/b"));
-    ::chmod(nested.c_str(), 0640);
-    ASSERT_TRUE(env.set("S", "k", "w"));
-    EXPECT_EQ(0640u, ModeOf(nested));
-    // No temporary file is left behind: only the store and its lock.
-    EXPECT_EQ(2, std::distance(std::filesystem::directory_iterator(env.dir() + "/a/b"),
-                               std::filesystem::directory_iterator()));
 }
 
 TEST(ConfigStore, SeesChangeWithinTheSameSecond) {

@@ -102,16 +102,12 @@ public:
 }  // namespace
 
 TEST(SignatureHead, LayoutAndSignedText) {
-    const long long before = IWK_GetCurTime();
     const std::string head = SigHead(
         HTTP_FUNC_POST, "https://h.example:8443/api/\xD6\xD0/x?b=2&a=\xD6\xD0#frag", {}, "text/x");
-    const long long after = IWK_GetCurTime();
     ASSERT_TRUE(std::regex_match(
         head, HeadPattern({{KX_HDR_SIGNATURE, kBase64}, {"Content-Type", "text/x"}})))
         << head;
     const Headers h = ParseHead(head);
-    const long long ts = std::stoll(HeaderValue(h, KX_HDR_TIMESTAMP));
-    EXPECT_TRUE(before <= ts && ts <= after) << ts;
     // The bytes of path and query as given; neither fragment nor host.
     EXPECT_EQ(RefSignature(h, "POST\n/api/\xD6\xD0/x?b=2&a=\xD6\xD0\n"),
               HeaderValue(h, KX_HDR_SIGNATURE));

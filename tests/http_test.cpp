@@ -234,8 +234,7 @@ TEST_F(HttpFrontTest, LocalRefusalsSendNothing) {
         {"h.example:8080/x", KX_ERR_HTTP_BAD_URL, "URL rejected: "},  // curl would guess http://
         {"http:/h/x", KX_ERR_HTTP_BAD_URL, "URL rejected: no host after http://"},
         {"https:///x", KX_ERR_HTTP_BAD_URL, "URL rejected: no host after https://"},
-        {"https://kx-test.invalid/x", KX_ERR_HTTP_RESOLVE,
-         "Could not resolve host: kx-test.invalid"},
+        {"https://kx.invalid/x", KX_ERR_HTTP_RESOLVE, "Could not resolve host: kx.invalid"},
         {"https://h/x?certSn=AB#12", KX_ERR_URL_BAD_CHAR, "URL holds '#' (0x23) at byte 21"},
         {"https://h/a b", KX_ERR_URL_BAD_CHAR, "URL holds ' ' (0x20) at byte 11"},
         {std::string("https://h/x\0y", 13), KX_ERR_URL_BAD_CHAR,
@@ -279,7 +278,6 @@ TEST_F(HttpFrontTest, EachAnswerEndsInItsResult) {
         {200, full, {}, "0|" + full + "|HTTP/1.1 200"},  // the limit itself passes
         {401, refusal, {}, "401|" + refusal + "|HTTP/1.1 401"},
         {404, "", {}, "404|HTTP 404|HTTP/1.1 404"},
-        {500, "boom", {}, "500|boom|HTTP/1.1 500"},
         {500, full + "e", {}, "10106|reply larger than 1000 bytes|HTTP/1.1 500"},
         {101, "", {}, "10107|unexpected reply: HTTP/1.1 101|HTTP/1.1 101"},
         {0, "", F::Refused, "10103|fake: connection refused|"},
