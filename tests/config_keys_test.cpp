@@ -3,8 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
-#include <string>
-#include <vector>
+#include <regex>
+#include <sstream>
 
 #include "KXUtils.h"
 #include "TempEnv.h"
@@ -15,22 +15,13 @@ namespace {
 // them: backticks dropped, "empty" for no default.
 std::vector<std::string> ReadmeRows() {
     std::ifstream in(KX_README);
+    const std::regex row(R"(\| `([^`]*)` \| `([^`]*)` \| (?:`([^`]*)`|empty) \|.*)");
     std::vector<std::string> rows;
     bool inKeys = false;
+    std::smatch m;
     for (std::string line; std::getline(in, line);) {
         if (line.rfind("#", 0) == 0) inKeys = line == "### Keys";
-        if (!inKeys || line.rfind("| `", 0) != 0) continue;
-        std::string row;
-        size_t at = 1;
-        for (int cell = 0; cell < 3; ++cell) {
-            const size_t end = line.find(" |", at);
-            std::string text = line.substr(at + 1, end - at - 1);
-            if (text == "empty") text.clear();
-            if (text.size() >= 2 && text.front() == '`') text = text.substr(1, text.size() - 2);
-            row += (cell > 0 ? "|" : "") + text;
-            at = end + 2;
-        }
-        rows.push_back(row);
+        if (inKeys && std::regex_match(line, m, row)) rows.push_back(m.format("$1|$2|$3"));
     }
     return rows;
 }
@@ -55,28 +46,26 @@ TEST(ConfigKeys, ReadWithTheTableDefault) {
     env.writeConfig(
         "[KXServerApi]\nCheckCert=\n[kxutils]\nLogLevel=x\nTimeoutMs=5\nLogFile=a.log\n"
         "[Mine]\nhost=h\nPort=7\n[*]\nHost=star\n[KXPrintMgr]\nContextPath=ink2\n");
-    // "rc:value" of a read: in the key's section, or in a section given first.
-    const auto read = [](auto&&... args) {
-        std::string text;
-        const int rc = IWK_GetConfig(args..., text);
-        return std::to_string(rc) + ":" + text;
-    };
-    const auto readInt = [](auto&&... args) {
-        int value = -1;
+    // "rc:value" of a read into a value of value's type: in the key's section,
+    // or in a section given first.
+    const auto read = [](auto value, auto... args) {
         const int rc = IWK_GetConfig(args..., value);
-        return std::to_string(rc) + ":" + std::to_string(value);
+        std::ostringstream out;
+        out << rc << ":" << value;
+        return out.str();
     };
-    EXPECT_EQ("1:", read(KXKey::CheckCert));  // an empty value is a value
-    EXPECT_EQ("0:/agent/integrate/getCertSealInfos", read(KXKey::CheckCertAgent));
-    EXPECT_EQ("1:a.log", read(KXKey::LogFile));
-    EXPECT_EQ("0:1", readInt(KXKey::LogLevel));  // no number: the default
-    EXPECT_EQ("1:5", readInt(KXKey::TimeoutMs));
-    EXPECT_EQ("0:67108864", readInt(KXKey::MaxReplyBytes));
-    EXPECT_EQ("1:h", read(std::string("Mine"), KXKey::Host));
-    EXPECT_EQ("1:7", readInt(std::string("Mine"), KXKey::Port));
-    EXPECT_EQ("0:0", readInt(std::string("Mine"), KXKey::SerType));
-    EXPECT_EQ("0:", read(KXKey::Host));  // a "*" key needs a section: "[*]" is none
-    EXPECT_EQ("0:0", readInt(KXKey::Port));
+    const std::string text;
+    EXPECT_EQ("1:", read(text, KXKey::CheckCert));  // an empty value is a value
+    EXPECT_EQ("0:/agent/integrate/getCertSealInfos", read(text, KXKey::CheckCertAgent));
+    EXPECT_EQ("1:a.log", read(text, KXKey::LogFile));
+    EXPECT_EQ("0:1", read(-1, KXKey::LogLevel));  // no number: the default
+    EXPECT_EQ("1:5", read(-1, KXKey::TimeoutMs));
+    EXPECT_EQ("0:67108864", read(-1, KXKey::MaxReplyBytes));
+    EXPECT_EQ("1:h", read(text, std::string("Mine"), KXKey::Host));
+    EXPECT_EQ("1:7", read(-1, std::string("Mine"), KXKey::Port));
+    EXPECT_EQ("0:0", read(-1, std::string("Mine"), KXKey::SerType));
+    EXPECT_EQ("0:", read(text, KXKey::Host));  // a "*" key needs a section: "[*]" is none
+    EXPECT_EQ("0:0", read(-1, KXKey::Port));
     EXPECT_EQ("/ink2/rest",
               IWK_ReplaceSubStrByConfig("/inkwell/rest", "inkwell", KXKey::ContextPath));
 }

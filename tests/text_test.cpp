@@ -1,13 +1,24 @@
-// Encodings, digests, JWT payloads, wide text, last error and system facts.
+// Encodings, digests, JWT payloads, wide text, the JSON helpers (the compact
+// writer matches Json::FastWriter byte for byte on ASCII text and keeps other
+// bytes raw; the readers never throw), last error and system facts.
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <random>
 #include <regex>
-#include <string>
 #include <thread>
 
 #include "KXUtils.h"
 #include "TempEnv.h"
+
+namespace {
+
+std::string Fast(const Json::Value& v) {
+    Json::FastWriter writer;
+    return writer.write(v);
+}
+
+}  // namespace
 
 TEST(Text, Base64UrlAndHexVectors) {
     // RFC 4648 test vectors.
@@ -20,9 +31,8 @@ TEST(Text, Base64UrlAndHexVectors) {
     const std::string binary("\x00\xFF\xFE\x3E\x3F", 5);
     EXPECT_EQ("AP/+Pj8=", IWK_Base64Encode(binary));
     EXPECT_EQ(binary, IWK_Base64Decode("AP/+\r\n Pj8="));
-    for (const char* bad : {"Zg=", "Zm9", "Z===", "Zm9v!", "AP_-Pj8=", "Zg==Zg==", "=Zg="}) {
+    for (const char* bad : {"Zg=", "Zm9", "Z===", "Zm9v!", "AP_-Pj8=", "Zg==Zg==", "=Zg="})
         EXPECT_EQ("", IWK_Base64Decode(bad)) << bad;
-    }
 
     EXPECT_EQ("AZaz09-._~%20%2F%3F%26%3D%2B%25%D6%D0%00",
               IWK_UrlEncode(std::string("AZaz09-._~ /?&=+%\xD6\xD0\x00", 20)));
@@ -32,8 +42,7 @@ TEST(Text, Base64UrlAndHexVectors) {
 
     EXPECT_EQ(8u, IWK_GenRand(8).size());
     EXPECT_NE(IWK_GenRand(16), IWK_GenRand(16));
-    EXPECT_EQ("", IWK_GenRand(0));
-    EXPECT_EQ("", IWK_GenRand(-1));
+    EXPECT_EQ("", IWK_GenRand(0) + IWK_GenRand(-1));
 }
 
 TEST(Text, SmallHelpers) {
@@ -51,11 +60,11 @@ TEST(Text, SmallHelpers) {
     EXPECT_STREQ("ABcd", t);
     IWK_Upper(nullptr, -1);
 
-    EXPECT_EQ("f.txt", IWK_GetBaseName("/a/b/f.txt"));
-    EXPECT_EQ("f.txt", IWK_GetBaseName("C:\\dir\\f.txt"));
-    EXPECT_EQ("f", IWK_GetBaseName("f"));
-    EXPECT_EQ("", IWK_GetBaseName("/a/"));
-    EXPECT_EQ("", IWK_GetBaseName(nullptr));
+    std::string names;
+    for (const char* path :
+         {"/a/b/f.txt", "C:\\dir\\g.txt", "h", "/a/", static_cast<const char*>(nullptr)})
+        names += IWK_GetBaseName(path) + "|";
+    EXPECT_EQ("f.txt|g.txt|h|||", names);
 
     const KX_TuoMinData rule(KX_TUOMIN_JSON_KEY, nullptr, 1, 2);
     EXPECT_EQ("", rule.key);
@@ -71,10 +80,10 @@ TEST(Text, WideAndUtf8) {
     EXPECT_EQ(L"\uFFFD\uFFFD", IWK_Utf8ToWideChar("\xC0\xAF"));            // overlong
     EXPECT_EQ(L"\uFFFD\uFFFD\uFFFD", IWK_Utf8ToWideChar("\xED\xA0\x80"));  // surrogate
     EXPECT_EQ(L"a\uFFFD", IWK_Utf8ToWideChar("a\xE4\xB8"));                // cut short
-    EXPECT_EQ(L"\uFFFDb", IWK_Utf8ToWideChar("\xE4\xB8"
-                                             "b"));
-    EXPECT_EQ("\xEF\xBF\xBD", IWK_WideCharToUtf8(std::wstring(1, static_cast<wchar_t>(0xD800))));
-    EXPECT_EQ("\xEF\xBF\xBD", IWK_WideCharToUtf8(std::wstring(1, static_cast<wchar_t>(0x110000))));
+    EXPECT_EQ(L"\uFFFDb", IWK_Utf8ToWideChar("\xE4\xB8\x62"));
+    // A surrogate or a value past U+10FFFF is no character either.
+    EXPECT_EQ("\xEF\xBF\xBD\xEF\xBF\xBD",
+              IWK_WideCharToUtf8({static_cast<wchar_t>(0xD800), static_cast<wchar_t>(0x110000)}));
 }
 
 TEST(Text, JwtPayload) {
@@ -88,56 +97,41 @@ TEST(Text, JwtPayload) {
     std::replace(url.begin(), url.end(), '/', '_');
     ASSERT_NE(std::string::npos, b64.find('/'));
     ASSERT_NE(std::string::npos, b64.find('='));
-    std::string out = "stale";
-    EXPECT_EQ(0, IWK_JWTDecode("eyJhbGciOiJIUzI1NiJ9." + url + ".sig", out));
-    EXPECT_EQ(payload, out);
-    const std::string unpadded = url.substr(0, url.find('='));
-    EXPECT_EQ(0, IWK_JWTDecode("h." + unpadded + ".", out));
-    EXPECT_EQ(payload, out);
-
-    for (const std::string& bad :
-         {std::string(), std::string("abc"), "h." + url, std::string("h.!!!.s"), "h." + b64 + ".s",
-          std::string("h.a.s")}) {
-        out = "stale";
-        EXPECT_EQ(1, IWK_JWTDecode(bad, out)) << bad;
-        EXPECT_EQ("", out) << bad;
-    }
+    // "result:payload" of a token.
+    auto decode = [](const std::string& token) {
+        std::string out = "stale";
+        const int rc = IWK_JWTDecode(token, out);
+        return std::to_string(rc) + ":" + out;
+    };
+    EXPECT_EQ("0:" + payload, decode("eyJhbGciOiJIUzI1NiJ9." + url + ".sig"));
+    EXPECT_EQ("0:" + payload, decode("h." + url.substr(0, url.find('=')) + "."));  // unpadded
+    for (const std::string& bad : {std::string(), std::string("abc"), "h." + url,
+                                   std::string("h.!!!.s"), "h." + b64 + ".s", std::string("h.a.s")})
+        EXPECT_EQ("1:", decode(bad)) << bad;
 }
 
 TEST(LastError, PerThreadAndTexts) {
-    std::thread([] {
-        long code = 1;
-        std::string text = "x";
-        EXPECT_FALSE(IWK_GetLastError(code, text));
-    }).join();
-
     // "code text" of this thread's last error.
     auto last = [] {
         long code = 0;
         std::string text;
         return IWK_GetLastError(code, text) ? std::to_string(code) + " " + text : "<none>";
     };
-    std::string seenA, seenB;
-    std::thread a([&] {
+    std::thread([&] {
         IWK_SetLastError(10003);
-        seenA = last();
-    });
-    std::thread b([&] {
+        EXPECT_EQ("10003 the reply cannot be parsed", last());
         IWK_SetLastError(401, std::wstring(L"refus\u00E9"));
-        seenB = last();
-    });
-    a.join();
-    b.join();
-    EXPECT_EQ("10003 the reply cannot be parsed", seenA);
-    EXPECT_EQ("401 refus\xC3\xA9", seenB);
+        EXPECT_EQ("401 refus\xC3\xA9", last());
+    }).join();
+    // Another thread's last error is none of this one's.
+    std::thread([&] { EXPECT_EQ("<none>", last()); }).join();
     EXPECT_TRUE(IWK_SetLastError(37007, std::string("server text")));
     EXPECT_EQ("37007 server text", last());
 
     EXPECT_EQ("the server reported a failure without a message", IWK_GetErrorMsg(10024));
     EXPECT_EQ("TLS handshake or certificate verification failed", IWK_GetErrorMsg(10104));
     EXPECT_EQ("unknown error 1490152", IWK_GetErrorMsg(1490152));
-    EXPECT_TRUE(IWK_IsUnknownError(1490152));
-    EXPECT_TRUE(IWK_IsUnknownError(-1));
+    EXPECT_TRUE(IWK_IsUnknownError(1490152) && IWK_IsUnknownError(-1));
     for (long known :
          {0L,     10001L, 10003L, 10005L, 10006L, 10009L, 10010L, 10016L, 10024L, 10027L,
           10046L, 10048L, 10076L, 25034L, 31015L, 32004L, 33030L, 37007L, 37008L, 37011L,
@@ -159,4 +153,94 @@ TEST(System, MacTimeAndLanguage) {
     EXPECT_EQ("", IWK_GetLanguageName());
     ASSERT_TRUE(env.set("KXUtils", "Language", "zh-CN"));
     EXPECT_EQ("zh-CN", IWK_GetLanguageName());
+}
+
+// Edge numbers, then random documents with every byte value in strings and
+// keys: the writer must agree with FastWriter wherever the text is ASCII (key
+// order and escapes included), and with jsoncpp's raw-UTF-8 mode everywhere.
+TEST(CompactWriter, AgreesWithJsoncppAndKeepsBytesRaw) {
+    Json::Value edge;
+    edge["b"] = Json::UInt64(18446744073709551615ULL);
+    edge["a"] = Json::Int64(-9223372036854775807LL - 1);
+    edge["B"].append(1e300);
+    edge["B"].append(2.0);
+    edge["B"].append(Json::Value(Json::objectValue));
+    EXPECT_EQ(Fast(edge), kxjson::Write(edge));
+
+    std::mt19937 random(7);
+    auto text = [&](bool ascii) {
+        std::string s(random() % 12, ' ');
+        for (char& c : s) c = static_cast<char>(ascii ? random() % 128 : random() % 256);
+        return s;
+    };
+    std::function<Json::Value(int, bool)> make = [&](int depth, bool ascii) -> Json::Value {
+        const unsigned kind = depth > 3 ? random() % 6 : random() % 8;
+        if (kind == 0) return Json::Value();
+        if (kind == 1)
+            return Json::Value(static_cast<Json::Int64>(random()) - (Json::Int64(1) << 31));
+        if (kind == 2) return Json::Value(static_cast<double>(random()) / 7.0);
+        if (kind == 3) return Json::Value(random() % 2 == 0);
+        if (kind < 6) return Json::Value(text(ascii));
+        Json::Value v(kind == 6 ? Json::arrayValue : Json::objectValue);
+        for (int i = random() % 4; i > 0; --i)
+            kind == 6 ? v.append(make(depth + 1, ascii))
+                      : (v[text(ascii)] = make(depth + 1, ascii));
+        return v;
+    };
+    Json::StreamWriterBuilder raw;
+    raw["indentation"] = "";
+    raw["emitUTF8"] = true;
+    for (int i = 0; i < 300; ++i) {
+        const Json::Value any = make(0, false);
+        EXPECT_EQ(Json::writeString(raw, any) + "\n", kxjson::Write(any));
+        const Json::Value ascii = make(0, true);
+        EXPECT_EQ(Fast(ascii), kxjson::Write(ascii));
+    }
+
+    // GBK and UTF-8 bytes stay raw, where FastWriter would have escaped them:
+    // the reason this writer exists.
+    Json::Value v;
+    v["gbk"] = "\xD6\xD0\xCE\xC4\xA3\xBA";  // GBK text with a full-width colon
+    v["utf8"] = "\xE4\xB8\xAD";
+    EXPECT_EQ("{\"gbk\":\"\xD6\xD0\xCE\xC4\xA3\xBA\",\"utf8\":\"\xE4\xB8\xAD\"}\n",
+              kxjson::Write(v));
+    EXPECT_NE(Fast(v), kxjson::Write(v));
+}
+
+TEST(SafeJson, ReadersNeverThrowOnAnyShape) {
+    Json::Value root;
+    EXPECT_FALSE(kxjson::Parse("not json", root));
+    EXPECT_FALSE(kxjson::Parse(std::string(100000, '['), root));  // nesting past the reader's limit
+    EXPECT_TRUE(kxjson::Parse("[1,2]", root));
+    EXPECT_TRUE(kxjson::Member(root, "code").isNull());  // operator[] would throw on an array
+    EXPECT_EQ("", kxjson::String(root, "code") + kxjson::String(root));
+
+    ASSERT_TRUE(kxjson::Parse(
+        R"({"s":"t","i":7,"big":9999999999,"neg":-3,"r":1.5,"b":true,"o":{},"a":[],"n":null})",
+        root));
+    std::string texts;
+    for (const char* key : {"s", "i", "b", "o", "a", "n"}) texts += kxjson::String(root, key) + "|";
+    EXPECT_EQ("t|7|true||||", texts);
+
+    int i = 42;
+    EXPECT_TRUE(kxjson::Int(kxjson::Member(root, "i"), i));
+    EXPECT_EQ(7, i);
+    for (const char* key : {"big", "s", "r", "o"})  // asInt would throw on "big"
+        EXPECT_FALSE(kxjson::Int(kxjson::Member(root, key), i)) << key;
+    EXPECT_EQ(7, i);
+    long long wide = 0;
+    EXPECT_TRUE(kxjson::Int64(kxjson::Member(root, "big"), wide));
+    EXPECT_EQ(9999999999LL, wide);
+    bool b = false;
+    EXPECT_TRUE(kxjson::Bool(kxjson::Member(root, "b"), b));
+    EXPECT_TRUE(b);
+    EXPECT_FALSE(kxjson::Bool(kxjson::Member(root, "i"), b));
+
+    int out = 0;
+    EXPECT_EQ(1, IWK_GetJsonValue(Json::Value(), out, 31015));
+    EXPECT_EQ(31015, out);
+    EXPECT_EQ(1, IWK_GetJsonValue(Json::Value("0"), out, 31015));
+    EXPECT_EQ(31015, out);
+    EXPECT_EQ(0, IWK_GetJsonValue(Json::Value(-2), out, 31015));
+    EXPECT_EQ(-2, out);
 }

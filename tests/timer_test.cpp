@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <thread>
-#include <vector>
 
 #include "KXUtils.h"
 
@@ -28,25 +27,16 @@ protected:
         g_killInCallback = 0;
         old_ = IWK_SetTimerClock([] { return g_now; });
     }
-    void TearDown() override {
-        for (uintptr_t id : ids_) IWK_KillTimer(nullptr, id);
-        IWK_SetTimerClock(old_);
-    }
-    uintptr_t Set(unsigned int ms) {
-        uintptr_t id = IWK_SetTimer(nullptr, 1, ms, Record);
-        ids_.push_back(id);
-        return id;
-    }
+    void TearDown() override { IWK_SetTimerClock(old_); }
     KXTimerClock old_ = nullptr;
-    std::vector<uintptr_t> ids_;
 };
 
 }  // namespace
 
 TEST_F(TimerTest, FiresOnDispatchOnlyWhenDueAndCollapsesMissedPeriods) {
     EXPECT_EQ(-1, IWK_NextTimerDueMs());
-    const uintptr_t a = Set(100);
-    const uintptr_t b = Set(100);
+    const uintptr_t a = IWK_SetTimer(nullptr, 1, 100, Record);
+    const uintptr_t b = IWK_SetTimer(nullptr, 1, 100, Record);
     ASSERT_NE(0u, a);
     EXPECT_NE(a, b);  // the event number does not decide the id
     EXPECT_EQ(100, IWK_NextTimerDueMs());
@@ -82,22 +72,20 @@ TEST_F(TimerTest, FiresOnDispatchOnlyWhenDueAndCollapsesMissedPeriods) {
 }
 
 TEST_F(TimerTest, TimersBelongToTheirThread) {
-    const uintptr_t mine = Set(10);
+    const uintptr_t mine = IWK_SetTimer(nullptr, 1, 10, Record);
     uintptr_t theirs = 0;
     int firedThere = -1;
-    std::thread other([&] {
+    std::thread([&] {
         theirs = IWK_SetTimer(nullptr, 1, 10, Record);
         g_now += 10;  // read by both threads; this thread alone writes it now
         firedThere = IWK_DispatchTimers();
-    });
-    other.join();
+    }).join();
     // The other thread fired only its own timer, which ended with the thread.
     EXPECT_EQ(1, firedThere);
     EXPECT_EQ((std::vector<uintptr_t>{theirs}), g_fired);
     EXPECT_FALSE(IWK_KillTimer(nullptr, theirs));
 
     // Killing works from any thread.
-    std::thread killer([&] { EXPECT_TRUE(IWK_KillTimer(nullptr, mine)); });
-    killer.join();
+    std::thread([&] { EXPECT_TRUE(IWK_KillTimer(nullptr, mine)); }).join();
     EXPECT_EQ(0, IWK_DispatchTimers());
 }
