@@ -77,7 +77,9 @@ const KXConfigKey* IWK_ConfigKeys(size_t& count) {
 
 const KXConfigKey& IWK_ConfigKey(KXKey key) {
     const size_t index = static_cast<size_t>(key);
-    static const KXConfigKey kUnknown = {key, "", "", ""};
+    // A value outside the enumeration names no key: one empty row for all of
+    // them (its id means nothing), read as absent.
+    static const KXConfigKey kUnknown = {KXKey::MobileShieldClientId, "", "", ""};
     return index < kKeyCount ? kKeys[index] : kUnknown;
 }
 
@@ -123,6 +125,10 @@ int IWK_GetConfig(const std::string& section, KXKey key, std::string& value) {
     try {
         return kxutils::ConfigSnapshot().Get(section, row.key, value, row.defaultValue);
     } catch (...) {
+        try {
+            value = row.defaultValue;
+        } catch (...) {
+        }
         return 0;
     }
 }
