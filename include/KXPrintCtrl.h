@@ -54,7 +54,7 @@ public:
     std::string strQueryOrganizeCode;
 };
 
-// The class-specific operations of an object from KX_CreatePrintCtrl: the
+// KXPrintCtrl's own operations on an object from KX_CreatePrintCtrl: the
 // KXPrintCtrl behind helper, or null when it is of another version.
 inline KXPrintCtrl* KX_AsKXPrintCtrl(PrintCtrlHelper* helper) {
     return helper != nullptr && helper->Version == 3 ? static_cast<KXPrintCtrl*>(helper) : nullptr;
