@@ -45,6 +45,12 @@ KXCall& KXCall::Head(KXHead kind, std::string value) {
     return *this;
 }
 
+KXCall& KXCall::SignAs(std::string host, std::string id, std::string secret) {
+    head_ = KXHead::Signature;
+    signer_.reset(new Signer{std::move(host), std::move(id), std::move(secret)});
+    return *this;
+}
+
 bool KXCall::PrepareFormat(const std::string& tmpl, const char* kinds, std::string& format) {
     format.clear();
     size_t next = 0;
@@ -96,6 +102,11 @@ bool KXCall::Refuse(long code) {
 std::string KXCall::MakeHead(HTTPFuncType verb, const std::string& body) const {
     switch (head_) {
         case KXHead::Signature:
+            if (signer_) {
+                return CIWKHttp::GetSignatureHead(verb, url, signer_->host, signer_->id,
+                                                  signer_->secret, std::vector<std::string>(),
+                                                  "application/json");
+            }
             return CIWKHttp::GetSignatureHead(verb, url, record_.ServerIp, record_.ProjectID,
                                               record_.ProjectSecret, std::vector<std::string>(),
                                               "application/json");

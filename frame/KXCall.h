@@ -17,6 +17,7 @@
 #include <json/json.h>
 
 #include <functional>
+#include <memory>
 #include <string>
 
 #include "KXCommonType.h"
@@ -78,6 +79,9 @@ public:
     // The head: Given takes the text itself, Legacy the authorization value
     // (empty for none), Token the caller's token.
     KXCall& Head(KXHead kind, std::string value = std::string());
+    // The signature head under another identity than the record's: a gateway
+    // that knows the caller by its own application id and secret, at host.
+    KXCall& SignAs(std::string host, std::string id, std::string secret);
     // The reply's outcome lands in the caller's record instead of reqRes.
     KXCall& ResultInto(KXReqResult& result) {
         result_ = &result;
@@ -177,6 +181,10 @@ private:
     KXReply reply_;
     KXHead head_;
     std::string headValue_;
+    struct Signer {
+        std::string host, id, secret;
+    };
+    std::unique_ptr<Signer> signer_;  // null: the record signs
     KXOnTransport onTransport_;
     KXReqResult* result_ = &reqRes;
     std::function<long(const std::string&)> handler_;

@@ -1,5 +1,6 @@
 // The reply readers: the two general envelopes and those of the web service,
-// the seal server, the legacy authorization URL and the certificate check.
+// the seal server, the legacy authorization URL, the certificate check and
+// the print-control service.
 #include "frame/ReplyReaders.h"
 
 #include <tinyxml2.h>
@@ -131,6 +132,19 @@ long ParseOpenApiReply(const std::string& text, Json::Value& root) {
     return code;
 }
 
+long ParsePrintCtrlReply(const std::string& text, Json::Value& data) {
+    Json::Value root;
+    if (!kxjson::Parse(text, root) || !root.isObject()) return KX_ERR_REPLY_UNPARSABLE;
+    int code = 0;
+    IWK_GetJsonValue(kxjson::Member(root, "errCode"), code, KX_ERR_REPLY_NO_STATUS);
+    if (code != 0) {
+        IWK_SetLastError(code, kxjson::String(root, "msg"));
+        return code;
+    }
+    data = kxjson::Member(root, "data");
+    return KX_OK;
+}
+
 long KXReadReply(KXReply reply, KXReqResult& result, Json::Value& data) {
     switch (reply) {
         case KXReply::CodeEnvelope:
@@ -145,6 +159,8 @@ long KXReadReply(KXReply reply, KXReqResult& result, Json::Value& data) {
             return ReadLegacy(result, data);
         case KXReply::CloudCheckXml:
             return ReadCloudCheck(result.msg);
+        case KXReply::PrintCtrl:
+            return ParsePrintCtrlReply(result.msg, data);
     }
     return KX_ERR_INVALID_VALUE;
 }

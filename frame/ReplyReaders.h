@@ -19,6 +19,7 @@ enum class KXReply {
     OpenApi,          // the seal server's flat {"errCode","msg",...}: data is the object
     Legacy,           // the legacy authorization URL's {"errCode","msg","data"}
     CloudCheckXml,    // <result><retcode>N</retcode></result>: no data
+    PrintCtrl,        // the print-control service's {"errCode","msg","data"}: data is "data"
 };
 
 long KXReadReply(KXReply reply, KXReqResult& result, Json::Value& data);
@@ -26,6 +27,11 @@ long KXReadReply(KXReply reply, KXReqResult& result, Json::Value& data);
 // The seal server's reply check: a JSON object whose errCode (absent or no
 // integer: 10027) decides; a non-zero one goes to the last error with msg.
 long ParseOpenApiReply(const std::string& text, Json::Value& root);
+
+// The print-control service's reply check: a JSON object whose errCode (absent
+// or no integer: 10027) decides; a non-zero one goes to the last error with
+// msg, empty or not. On 0 data gets "data", null when there is none.
+long ParsePrintCtrlReply(const std::string& text, Json::Value& data);
 
 // An integer counts as itself, null (an absent key) as 0, text by its leading
 // decimal number (so "401" is 401 and text without digits is 0). Anything

@@ -12,7 +12,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
     for (KXReply reader :
          {KXReply::CodeEnvelope, KXReply::ErrCodeEnvelope, KXReply::ServiceEnvelope,
-          KXReply::OpenApi, KXReply::Legacy, KXReply::CloudCheckXml}) {
+          KXReply::OpenApi, KXReply::Legacy, KXReply::CloudCheckXml, KXReply::PrintCtrl}) {
         KXReqResult result;
         result.errCode = 0;
         result.msg = text;

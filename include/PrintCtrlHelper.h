@@ -20,3 +20,11 @@ public:
     // The version that made the object; 0 for one constructed directly.
     long Version;
 };
+
+// Makes and initialises the print-control object of version (1: the seal
+// server, CKXSealOpenApi; 3: the print-control service, KXPrintCtrl) from its
+// configuration section. Whatever *ppHelper held is released first; on any
+// failure it stays null. Another version gives 25034, a null ppHelper 10005.
+KX_API long KX_CreatePrintCtrl(long version, PrintCtrlHelper** ppHelper);
+// Destroys an object of KX_CreatePrintCtrl by its Version and nulls *ppHelper.
+KX_API void KX_ReleasePrintCtrl(PrintCtrlHelper** ppHelper);

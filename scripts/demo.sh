@@ -164,6 +164,29 @@ step "prints left of a document, at the seal-management server" ok -- \
 step "one print used: the number left written back" ok -- \
   seal print-count set print-0001 4 --user demo --password demo-password
 
+# Print control at the print-control service: a file registered for the
+# encryption certificates of two accounts, one print, and SMS checks.
+# value KEY: a string value of the last step's output
+value() { sed -n "s/.*\"$1\" : \"\([^\"]*\)\".*/\1/p" "$WORK/out" | head -1; }
+step "register the contract for demo and demo2, 3 prints per certificate" ok -- \
+  print register --file "$WORK/contract.txt" --account demo --account demo2 --count 3
+PRINT_ID=$(value printId)
+CERT_SN=$(value certSn)
+step "one print: 2 left" ok -- print update "$PRINT_ID" --remain 2
+step "prints left of the registered file" ok -- print query "$PRINT_ID"
+step "a count that would grow again is refused" refused -- print update "$PRINT_ID" --remain 3
+step "the organisation of the certificate" ok -- print org --cert-sn "$CERT_SN"
+step "kxsim sends an SMS code for the certificate (read from its phone endpoint)" ok -- \
+  call KXPrintCtrl POST "/kxsim/sms/$CERT_SN"
+step "the right SMS code passes" ok -- print verify-sms --cert-sn "$CERT_SN" --code "$(value code)"
+step "kxsim sends another SMS code" ok -- call KXPrintCtrl POST "/kxsim/sms/$CERT_SN"
+step "a wrong SMS code is refused" refused -- print verify-sms --cert-sn "$CERT_SN" --code wrong
+step "the SMS check goes through the public gateway from now on" ok -- \
+  config set KXPrintCtrl isGoGateWay 1
+step "kxsim sends an SMS code" ok -- call KXPrintCtrl POST "/kxsim/sms/$CERT_SN"
+step "the right SMS code passes through the gateway" ok -- \
+  print verify-sms --cert-sn "$CERT_SN" --code "$(value code)"
+
 printf '\n'
 if [ $FAILED -eq 0 ]; then
   echo "demo: all $STEP steps did what they should"

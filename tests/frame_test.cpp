@@ -166,7 +166,7 @@ struct Row {
 };
 
 std::string Name(KXReply r) {
-    const char* names[] = {"code", "errCode", "service", "openApi", "legacy", "xml"};
+    const char* names[] = {"code", "errCode", "service", "openApi", "legacy", "xml", "print"};
     return names[static_cast<int>(r)];
 }
 
@@ -209,6 +209,13 @@ TEST(ReplyReaders, Table) {
         {R::OpenApi, R"({"errCode":12,"msg":"no"})", 12, R"({"errCode":12,"msg":"no"})", "12 no",
          nullptr},
         {R::OpenApi, "[0]", 10003, "[0]", kMarked, nullptr},
+        // The print-control service: as the seal server, but data is "data",
+        // null when absent.
+        {R::PrintCtrl, R"({"errCode":0,"data":[1]})", 0, "[1]", kMarked, nullptr},
+        {R::PrintCtrl, R"({"errCode":0})", 0, "null", kMarked, nullptr},
+        {R::PrintCtrl, R"({"errCode":"0","data":1})", 10027, kUntouched, "10027 ", nullptr},
+        {R::PrintCtrl, R"({"errCode":3,"msg":"m","data":1})", 3, kUntouched, "3 m", nullptr},
+        {R::PrintCtrl, "[0]", 10003, kUntouched, kMarked, nullptr},
         // The legacy authorization URL: 31015 for no JSON or no integer, data
         // handed on whatever the code.
         {R::Legacy, R"({"errCode":0,"data":"v"})", 0, R"("v")", kMarked, nullptr},

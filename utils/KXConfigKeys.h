@@ -50,6 +50,21 @@ enum class KXKey {
     sealManagePort,
     getPrintCount,
     updatePrint,
+    // [KXPrintCtrl]
+    getEncryptionCerts,
+    savePrintInfo,
+    getPrintInfo,
+    updatePrintInfo,
+    VerifySMSKaptchaForClient,
+    QueryOrganizeCodeByCertSn,
+    isGoGateWay,
+    // [MobileShield]
+    publicServer,
+    publicPort,
+    appId,
+    appSecret,
+    // [KXSign]
+    serverUrl,
     // "*": one server description, in whatever section the caller names
     SerType,
     Host,

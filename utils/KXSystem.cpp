@@ -38,6 +38,10 @@ long long IWK_GetCurTime() {
     return kxos::WallClockNs() / 1000000;
 }
 
+long long IWK_Time64() {
+    return kxos::WallClockNs() / 1000000000;
+}
+
 long long IWK_GetMonotonicMs() {
     return kxos::MonotonicMs();
 }

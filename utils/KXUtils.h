@@ -215,6 +215,8 @@ KXUTILS_API std::string IWK_DataTuomin(const std::string& text, const KX_TuoMinD
 KXUTILS_API std::string IWK_GetMacAddress();
 // Milliseconds since the epoch.
 KXUTILS_API long long IWK_GetCurTime();
+// Seconds since the epoch, as the Windows runtime's _time64(nullptr) gives them.
+KXUTILS_API long long IWK_Time64();
 // Milliseconds of a clock that never goes back, for intervals and deadlines
 // (the clock the timers read by default).
 KXUTILS_API long long IWK_GetMonotonicMs();

@@ -20,6 +20,11 @@ int CmdPlatformSign(const Args& args);
 int CmdSealSign(const Args& args);
 int CmdSealList(const Args& args);
 int CmdSealPrintCount(const Args& args);
+int CmdPrintRegister(const Args& args);
+int CmdPrintQuery(const Args& args);
+int CmdPrintUpdate(const Args& args);
+int CmdPrintVerifySms(const Args& args);
+int CmdPrintOrg(const Args& args);
 
 const std::vector<Command>& Commands() {
     static const std::vector<Command> commands = {
@@ -112,6 +117,29 @@ const std::vector<Command>& Commands() {
          "prints left of a document at the seal-management server, or writes the number left",
          {},
          CmdSealPrintCount},
+        {"print register",
+         "--file F --account A [--account B ...] [--count N]",
+         "registers a file at the print-control service with N prints (default 1) for each "
+         "encryption certificate of the accounts",
+         {},
+         CmdPrintRegister},
+        {"print query",
+         "PRINT_ID",
+         "prints left of a registered file, per print id",
+         {},
+         CmdPrintQuery},
+        {"print update",
+         "PRINT_ID --remain N",
+         "writes the number of prints left",
+         {},
+         CmdPrintUpdate},
+        {"print verify-sms",
+         "--cert-sn SN --code C [--account-uuid U]",
+         "has the service check an SMS code for a certificate (through the gateway when "
+         "[KXPrintCtrl] isGoGateWay is 1)",
+         {},
+         CmdPrintVerifySms},
+        {"print org", "--cert-sn SN", "the organisation code of a certificate", {}, CmdPrintOrg},
     };
     return commands;
 }

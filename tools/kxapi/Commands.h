@@ -20,11 +20,14 @@ public:
     const std::string& error() const { return error_; }
     bool has(const std::string& name) const { return options_.count(name) != 0; }
     std::string get(const std::string& name, const std::string& fallback = "") const;
+    // Every value of an option given more than once, in order (get gives the last).
+    std::vector<std::string> all(const std::string& name) const;
     const std::vector<std::string>& positional() const { return positional_; }
     bool help() const { return has("help"); }
 
 private:
     std::map<std::string, std::string> options_;
+    std::map<std::string, std::vector<std::string>> repeated_;
     std::vector<std::string> positional_;
     std::string error_;
 };

@@ -19,6 +19,7 @@ Args::Args(const std::vector<std::string>& words, const std::vector<std::string>
                 options_[name] = "1";
             } else if (i + 1 < words.size()) {
                 options_[name] = words[++i];
+                repeated_[name].push_back(words[i]);
             } else {
                 error_ = "option --" + name + " needs a value";
             }
@@ -31,6 +32,11 @@ Args::Args(const std::vector<std::string>& words, const std::vector<std::string>
 std::string Args::get(const std::string& name, const std::string& fallback) const {
     auto it = options_.find(name);
     return it == options_.end() ? fallback : it->second;
+}
+
+std::vector<std::string> Args::all(const std::string& name) const {
+    auto it = repeated_.find(name);
+    return it == repeated_.end() ? std::vector<std::string>() : it->second;
 }
 
 void PrintJson(const Json::Value& value) {

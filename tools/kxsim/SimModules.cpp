@@ -14,6 +14,8 @@ void InstallPlatformService(Sim& sim);
 std::string PlatformServiceConfig(const Sim& sim);
 void InstallSealServer(Sim& sim);
 std::string SealServerConfig(const Sim& sim);
+void InstallPrintCtrlService(Sim& sim);
+std::string PrintCtrlServiceConfig(const Sim& sim);
 
 const std::vector<Module>& Modules() {
     static const std::vector<Module> modules = {
@@ -23,6 +25,7 @@ const std::vector<Module>& Modules() {
         {"inkwell-certs", InstallInkwellCerts, nullptr},  // uses [KXInkwell] of cert-services
         {"platform", InstallPlatformService, PlatformServiceConfig},
         {"seal-server", InstallSealServer, SealServerConfig},
+        {"print-ctrl", InstallPrintCtrlService, PrintCtrlServiceConfig},
     };
     return modules;
 }
