@@ -209,9 +209,4 @@ RecordedRequest LoopbackServer::lastRequest() const {
     return impl_->requests.empty() ? RecordedRequest() : impl_->requests.back();
 }
 
-void LoopbackServer::clearRequests() {
-    std::lock_guard<std::mutex> lock(impl_->mutex);
-    impl_->requests.clear();
-}
-
 }  // namespace kxtest

@@ -78,7 +78,6 @@ public:
     std::vector<RecordedRequest> requests() const;
     RecordedRequest lastRequest() const;  // empty record when none arrived
     size_t requestCount() const { return requests().size(); }
-    void clearRequests();
 
 private:
     struct Impl;
