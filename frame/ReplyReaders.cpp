@@ -132,17 +132,12 @@ long ParseOpenApiReply(const std::string& text, Json::Value& root) {
     return code;
 }
 
+// The seal server's check, with the payload under "data".
 long ParsePrintCtrlReply(const std::string& text, Json::Value& data) {
     Json::Value root;
-    if (!kxjson::Parse(text, root) || !root.isObject()) return KX_ERR_REPLY_UNPARSABLE;
-    int code = 0;
-    IWK_GetJsonValue(kxjson::Member(root, "errCode"), code, KX_ERR_REPLY_NO_STATUS);
-    if (code != 0) {
-        IWK_SetLastError(code, kxjson::String(root, "msg"));
-        return code;
-    }
-    data = kxjson::Member(root, "data");
-    return KX_OK;
+    const long code = ParseOpenApiReply(text, root);
+    if (code == KX_OK) data = kxjson::Member(root, "data");
+    return code;
 }
 
 long KXReadReply(KXReply reply, KXReqResult& result, Json::Value& data) {

@@ -13,15 +13,13 @@ const char kSource[] = "KXPrintCtrl";
 using CertMap = std::map<std::string, KXReceiveData>;
 
 // A list the reply should hold; anything else counts as an empty one.
-const Json::Value& List(const Json::Value& object, const char* key) {
-    static const Json::Value kEmpty(Json::arrayValue);
-    const Json::Value& value = kxjson::Member(object, key);
-    return value.isArray() ? value : kEmpty;
-}
-
 const Json::Value& List(const Json::Value& value) {
     static const Json::Value kEmpty(Json::arrayValue);
     return value.isArray() ? value : kEmpty;
+}
+
+const Json::Value& List(const Json::Value& object, const char* key) {
+    return List(kxjson::Member(object, key));
 }
 
 // The one request form of the service's operations.
