@@ -6,6 +6,7 @@
 #include <climits>
 #include <cstdlib>
 
+#include "KXAscii.h"
 #include "KXServerApi.h"
 #include "KXUtils.h"
 #include "frame/KXCall.h"
@@ -60,10 +61,10 @@ std::string WithContextPath(const std::string& url) {
     const size_t queryAt = url.find('?', pathAt);
     std::string path =
         url.substr(pathAt, queryAt == std::string::npos ? queryAt : queryAt - pathAt);
+    // One read decides both the replacement and what it replaces.
     std::string value;
     if (IWK_GetConfig(KXKey::ContextPath, value) == 0) return url;
-    path =
-        IWK_ReplaceSubStrByConfig(path, value.empty() ? "/inkwell" : "inkwell", KXKey::ContextPath);
+    path = kxascii::ReplaceAll(path, value.empty() ? "/inkwell" : "inkwell", value);
     return url.substr(0, pathAt) + path +
            (queryAt == std::string::npos ? std::string() : url.substr(queryAt));
 }

@@ -329,7 +329,7 @@ TEST(ConfigKeys, ReadWithTheTableDefault) {
     TempEnv env;
     env.writeConfig(
         "[KXServerApi]\nCheckCert=\n[kxutils]\nLogLevel=x\nTimeoutMs=5\nLogFile=a.log\n"
-        "[Mine]\nhost=h\nPort=7\n[*]\nHost=star\n[KXPrintMgr]\nContextPath=ink2\n");
+        "[Mine]\nhost=h\nPort=7\n[*]\nHost=star\n");
     // "rc:value" of a read into a value of value's type: in the key's section,
     // or in a section given first.
     const auto read = [](auto value, auto... args) {
@@ -350,6 +350,4 @@ TEST(ConfigKeys, ReadWithTheTableDefault) {
     EXPECT_EQ("0:0", read(-1, std::string("Mine"), KXKey::SerType));
     EXPECT_EQ("0:", read(text, KXKey::Host));  // a "*" key needs a section: "[*]" is none
     EXPECT_EQ("0:0", read(-1, KXKey::Port));
-    EXPECT_EQ("/ink2/rest",
-              IWK_ReplaceSubStrByConfig("/inkwell/rest", "inkwell", KXKey::ContextPath));
 }

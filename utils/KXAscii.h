@@ -71,6 +71,17 @@ inline bool EndsWith(const std::string& s, const std::string& suffix) {
            s.compare(s.size() - suffix.size(), suffix.size(), suffix) == 0;
 }
 
+// text with every `what` replaced by `with`; text itself for an empty what.
+inline std::string ReplaceAll(const std::string& text, const std::string& what,
+                              const std::string& with) {
+    if (what.empty()) return text;
+    std::string out;
+    size_t pos = 0;
+    for (size_t hit; (hit = text.find(what, pos)) != std::string::npos; pos = hit + what.size())
+        out.append(text, pos, hit - pos).append(with);
+    return out.append(text, pos, std::string::npos);
+}
+
 // s[from, to) without the blanks at either end.
 inline std::string Trim(const std::string& s, size_t from = 0, size_t to = std::string::npos) {
     if (to > s.size()) to = s.size();

@@ -210,17 +210,7 @@ std::string IWK_ReplaceSubStrByConfig(std::string text, std::string what, std::s
         if (what.empty()) return text;
         std::string replacement;
         if (!IWK_GetConfigByKey(section, key, replacement, std::string())) return text;
-        std::string out;
-        size_t pos = 0;
-        for (;;) {
-            const size_t hit = text.find(what, pos);
-            if (hit == std::string::npos) break;
-            out.append(text, pos, hit - pos);
-            out += replacement;
-            pos = hit + what.size();
-        }
-        out.append(text, pos, std::string::npos);
-        return out;
+        return kxascii::ReplaceAll(text, what, replacement);
     } catch (...) {
         return text;
     }

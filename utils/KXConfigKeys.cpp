@@ -157,16 +157,3 @@ int IWK_GetConfig(const std::string& section, KXKey key, int& value) {
         return 0;
     }
 }
-
-std::string IWK_ReplaceSubStrByConfig(const std::string& text, const std::string& what, KXKey key) {
-    const KXConfigKey& row = IWK_ConfigKey(key);
-    try {
-        return IWK_ReplaceSubStrByConfig(text, what, row.section, row.key);
-    } catch (...) {
-        try {
-            return text;
-        } catch (...) {
-            return std::string();
-        }
-    }
-}

@@ -96,7 +96,3 @@ KXUTILS_API int IWK_GetConfig(KXKey key, int& value);
 // caller may name another section (KX_InkwellCompatible's serverVer...).
 KXUTILS_API int IWK_GetConfig(const std::string& section, KXKey key, std::string& value);
 KXUTILS_API int IWK_GetConfig(const std::string& section, KXKey key, int& value);
-// IWK_ReplaceSubStrByConfig with the key's section and name: every `what`
-// in text replaced by the key's value; text unchanged when the key is absent.
-KXUTILS_API std::string IWK_ReplaceSubStrByConfig(const std::string& text, const std::string& what,
-                                                  KXKey key);
