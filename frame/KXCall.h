@@ -150,7 +150,6 @@ public:
     bool Refuse(long code);
 
     // The request's outcome, for exit lines.
-    const KXReqResult& result() const { return *result_; }
     const char* msg() const { return result_->msg.c_str(); }
     int errCode() const { return result_->errCode; }
     int code() const { return static_cast<int>(lRes); }
