@@ -2,7 +2,7 @@
 BUILD_DIR ?= build
 JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 
-.PHONY: all deps configure build test demo format clean
+.PHONY: all deps configure build test demo format clean test-sanitize
 
 all: build
 
@@ -17,6 +17,17 @@ build: configure
 
 test: build
 	@cd $(BUILD_DIR) && ctest --output-on-failure -j $(JOBS)
+
+# The whole suite again, built with AddressSanitizer (LeakSanitizer on) and
+# UndefinedBehaviorSanitizer; any finding fails its test.
+SAN_DIR ?= build-sanitize
+test-sanitize: deps
+	@cmake -S . -B $(SAN_DIR) -DCMAKE_BUILD_TYPE=Debug -DKX_SANITIZE=address,undefined \
+		-DKX_BUILD_BENCH=OFF >/dev/null
+	@cmake --build $(SAN_DIR) -j $(JOBS)
+	@cd $(SAN_DIR) && ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 \
+		UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+		ctest --output-on-failure -j $(JOBS)
 
 demo: build
 	@bash scripts/demo.sh $(BUILD_DIR)

@@ -4,6 +4,7 @@
 
 #include <cctype>
 #include <new>
+#include <memory>
 #include <string>
 
 #include "KXHttpParts.h"
@@ -52,9 +53,9 @@ struct UrlHandle {
         char* text = nullptr;
         if (curl_url_get(url, which, &text, 0) != CURLUE_OK || text == nullptr)
             return std::string();
-        std::string out(text);
-        curl_free(text);
-        return out;
+        // Freed even when the copy runs out of memory.
+        const std::unique_ptr<char, void (*)(void*)> owned(text, curl_free);
+        return std::string(text);
     }
 };
 
