@@ -119,6 +119,9 @@ bool SetKey(const std::string& section, const std::string& key, const std::strin
     }
 
     if (!kxini::SetKey(text, section, key, value)) return false;
+    // A writer killed between its temporary file and the rename left that
+    // file behind; under the lock no live writer has one.
+    kxos::RemoveLeftoverTemporaries(target);
     const bool ok = kxos::ReplaceFile(target, text, mode);
     InvalidateCache();
     return ok;

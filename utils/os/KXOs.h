@@ -101,6 +101,10 @@ bool WriteStderr(const std::string& data);
 // synced. A reader sees the old content or the new, never a part; on failure
 // target is unchanged and no temporary file is left.
 bool ReplaceFile(const std::string& target, const std::string& content, unsigned mode);
+// Removes the temporary files that writers of target killed before their
+// rename left beside it. Only for callers that hold the lock every writer of
+// target holds while it writes, so that no live writer's file is taken.
+void RemoveLeftoverTemporaries(const std::string& target);
 
 enum class CreateResult { Created, Exists, Failed };
 // Creates path holding exactly data, only when nothing is there yet, with

@@ -6,6 +6,7 @@
 #include <ctime>
 #include <memory>
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <ifaddrs.h>
 #include <linux/if_packet.h>
@@ -233,6 +234,21 @@ bool ReplaceFile(const std::string& target, const std::string& content, unsigned
         ::close(dir);
     }
     return true;
+}
+
+void RemoveLeftoverTemporaries(const std::string& target) {
+    DIR* dir = ::opendir(DirName(target).c_str());
+    if (dir == nullptr) return;
+    const size_t slash = target.rfind('/');
+    // The names WriteTemporary makes: <name>.tmp and six characters.
+    const std::string stem =
+        (slash == std::string::npos ? target : target.substr(slash + 1)) + ".tmp";
+    while (const struct dirent* entry = ::readdir(dir)) {
+        const std::string name = entry->d_name;
+        if (name.size() == stem.size() + 6 && name.compare(0, stem.size(), stem) == 0)
+            ::unlinkat(::dirfd(dir), entry->d_name, 0);
+    }
+    ::closedir(dir);
 }
 
 CreateResult CreateFileOnce(const std::string& path, const char* data, size_t size, unsigned mode) {
