@@ -62,7 +62,8 @@ namespace {
 // timeout (5 s) and its stop() waits for that. A client in this very process
 // (libcurl keeps connections) would make every server take 5 s to stop, so
 // the server's side of its connections is shut down here instead.
-void ShutdownConnectionsOn(int port) {
+// The connected sockets on a loopback port, found in the process's own fds.
+std::vector<int> ConnectionsOn(int port) {
     std::vector<int> fds;
     if (DIR* dir = opendir("/proc/self/fd")) {
         const int own = dirfd(dir);
@@ -73,6 +74,7 @@ void ShutdownConnectionsOn(int port) {
         }
         closedir(dir);
     }
+    std::vector<int> connected;
     for (int fd : fds) {
         sockaddr_in local{};
         socklen_t length = sizeof local;
@@ -83,8 +85,13 @@ void ShutdownConnectionsOn(int port) {
         sockaddr_in peer{};
         length = sizeof peer;
         if (getpeername(fd, reinterpret_cast<sockaddr*>(&peer), &length) != 0) continue;
-        ::shutdown(fd, SHUT_RDWR);
+        connected.push_back(fd);
     }
+    return connected;
+}
+
+void ShutdownConnectionsOn(int port) {
+    for (int fd : ConnectionsOn(port)) ::shutdown(fd, SHUT_RDWR);
 }
 
 }  // namespace
@@ -93,6 +100,7 @@ struct LoopbackServer::Impl {
     std::unique_ptr<httplib::Server> server;
     std::thread thread;
     std::atomic<bool> listenReturned{false};
+    std::atomic<bool> stopping{false};
     std::string scheme;
     int port = -1;
 
@@ -128,7 +136,48 @@ struct LoopbackServer::Impl {
         if (handler) reply = handler(record);
         res.status = reply.status;
         for (const auto& h : reply.headers) res.set_header(h.first, h.second);
-        res.set_content(reply.body, reply.contentType);
+        misbehave(reply, res);
+    }
+
+    void misbehave(const Reply& reply, httplib::Response& res) {
+        using Fault = Reply::Fault;
+        auto body = std::make_shared<std::string>(reply.body);
+        const size_t half = body->size() / 2;
+        switch (reply.fault) {
+            case Fault::None:
+                res.set_content(reply.body, reply.contentType);
+                return;
+            case Fault::Stall:
+                while (!stopping) std::this_thread::sleep_for(std::chrono::milliseconds(20));
+                return;
+            case Fault::Drip:
+                res.set_content_provider(
+                    body->size(), reply.contentType,
+                    [this, body](size_t offset, size_t, httplib::DataSink& sink) {
+                        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+                        return !stopping && sink.write(body->data() + offset, 1);
+                    });
+                return;
+            case Fault::Reset:
+                res.set_content_provider(
+                    body->size(), reply.contentType,
+                    [this, body, half](size_t, size_t, httplib::DataSink& sink) {
+                        sink.write(body->data(), half);
+                        // The close that follows the failed provider sends RST.
+                        const linger abort{1, 0};
+                        for (int fd : ConnectionsOn(port))
+                            ::setsockopt(fd, SOL_SOCKET, SO_LINGER, &abort, sizeof abort);
+                        return false;
+                    });
+                return;
+            case Fault::CutChunked:
+                res.set_chunked_content_provider(reply.contentType,
+                                                 [body, half](size_t, httplib::DataSink& sink) {
+                                                     sink.write(body->data(), half);
+                                                     return false;
+                                                 });
+                return;
+        }
     }
 };
 
@@ -171,6 +220,7 @@ LoopbackServer::LoopbackServer(Scheme scheme, const TestCA* ca) : impl_(new Impl
 }
 
 LoopbackServer::~LoopbackServer() {
+    impl_->stopping = true;
     impl_->server->stop();
     ShutdownConnectionsOn(impl_->port);
     impl_->thread.join();

@@ -43,10 +43,17 @@ struct RecordedRequest {
 };
 
 struct Reply {
+    // How the server misbehaves while sending this reply: it never answers
+    // (until it stops), drips the body a byte per 100 ms, resets the
+    // connection (RST) halfway through the body, or ends a chunked body
+    // halfway without its last chunk.
+    enum class Fault { None, Stall, Drip, Reset, CutChunked };
+
     int status = 200;
     std::string body;
     std::string contentType = "text/plain";
     std::vector<std::pair<std::string, std::string>> headers;
+    Fault fault = Fault::None;
 
     Reply() = default;
     Reply(int status, std::string body, std::string contentType = "text/plain")

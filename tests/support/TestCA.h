@@ -15,6 +15,11 @@ public:
     // A second authority that signed nothing instance() did: trusting it
     // alone must make a handshake with an instance() server fail.
     static const TestCA& unrelated();
+    // Server certificates a client that trusts instance() must refuse: one
+    // whose validity has ended, one for another host, one signed by its own
+    // key. caFile() is instance()'s.
+    enum class Flaw { Expired, WrongHost, SelfSigned };
+    static const TestCA& flawed(Flaw flaw);
 
     const std::string& dir() const { return dir_; }
     const std::string& caFile() const { return caFile_; }      // the CA certificate
@@ -27,6 +32,7 @@ public:
 
 private:
     explicit TestCA(const std::string& name);
+    TestCA(const TestCA& issuer, Flaw flaw);
     void removeFiles();
 
     std::string dir_;
