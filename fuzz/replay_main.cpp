@@ -1,23 +1,37 @@
-// Runs the fuzz target over the files given on the command line, so the
-// corpus is exercised by every compiler, not only under libFuzzer.
+// Runs a fuzz target over the files and directories given on the command
+// line, so each corpus is exercised by every compiler, not only under
+// libFuzzer.
 #include <cstdint>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <vector>
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 
 int main(int argc, char** argv) {
+    namespace fs = std::filesystem;
+    std::vector<fs::path> inputs;
     for (int i = 1; i < argc; ++i) {
-        std::ifstream in(argv[i], std::ios::binary);
+        std::error_code ec;
+        if (fs::is_directory(argv[i], ec)) {
+            for (const auto& entry : fs::directory_iterator(argv[i]))
+                if (entry.is_regular_file()) inputs.push_back(entry.path());
+        } else {
+            inputs.push_back(argv[i]);
+        }
+    }
+    for (const fs::path& path : inputs) {
+        std::ifstream in(path, std::ios::binary);
         if (!in) {
-            std::fprintf(stderr, "cannot read %s\n", argv[i]);
+            std::fprintf(stderr, "cannot read %s\n", path.c_str());
             return 1;
         }
         std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
         LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
     }
-    std::printf("replayed %d inputs\n", argc - 1);
-    return 0;
+    std::printf("replayed %zu inputs\n", inputs.size());
+    return inputs.empty() ? 1 : 0;
 }
