@@ -13,10 +13,15 @@ done
 
 WORK=$(mktemp -d "${TMPDIR:-/tmp}/kxdemo.XXXXXX")
 SIM_PID=""
+# DEMO_KEEP=DIR keeps the demo's files (log, configuration, keys, the
+# simulator's state) there for a look afterwards; the log audit reads them.
 cleanup() {
   if [ -n "$SIM_PID" ] && kill -0 "$SIM_PID" 2>/dev/null; then
     kill -TERM "$SIM_PID" 2>/dev/null
     wait "$SIM_PID" 2>/dev/null
+  fi
+  if [ -n "${DEMO_KEEP:-}" ]; then
+    rm -rf "$DEMO_KEEP" && mkdir -p "$DEMO_KEEP" && cp -r "$WORK"/. "$DEMO_KEEP"/
   fi
   rm -rf "$WORK"
 }

@@ -1,0 +1,29 @@
+#!/usr/bin/env bash
+# A local fuzzing campaign: builds the libFuzzer targets with clang (libraries
+# instrumented too) and runs each for RUNS executions (default 10 million)
+# from a copy of its seed corpus, then prints executions and edges per target.
+# Usage: scripts/fuzz-campaign.sh [RUNS] [TARGET...]
+set -euo pipefail
+cd "$(dirname "$0")/.."
+runs=${1:-10000000}
+shift || true
+dir=build-fuzz
+CXX=clang++ cmake -S . -B "$dir" -DKX_BUILD_FUZZ=ON -DKX_BUILD_TESTS=OFF -DKX_BUILD_BENCH=OFF >/dev/null
+targets=("$@")
+if [ ${#targets[@]} -eq 0 ]; then
+  for f in fuzz/*_fuzz.cpp; do targets+=("$(basename "$f" .cpp)"); done
+fi
+cmake --build "$dir" -j 2 --target "${targets[@]}" >/dev/null
+for t in "${targets[@]}"; do
+  name=${t%_fuzz}
+  work="$dir/campaign/$name"
+  rm -rf "$work" && mkdir -p "$work"
+  cp fuzz/corpus/"$name"/* "$work"/ 2>/dev/null || true
+  log="$dir/campaign/$name.log"
+  KX_LOG_FILE=/dev/null "$dir/fuzz/$t" -runs="$runs" -timeout=10 -rss_limit_mb=2048 \
+    -print_final_stats=1 "$work" >"$log" 2>&1 || { echo "$t: FAILED, see $log"; tail -30 "$log"; exit 1; }
+  execs=$(grep -o 'stat::number_of_executed_units: *[0-9]*' "$log" | grep -o '[0-9]*$')
+  edges=$(grep -o 'cov: [0-9]*' "$log" | tail -1 | grep -o '[0-9]*')
+  secs=$(grep -o 'Done [0-9]* runs in [0-9]* second' "$log" | grep -o 'in [0-9]*' | grep -o '[0-9]*')
+  echo "$t: $execs executions, $edges edges, ${secs}s, no finding"
+done
