@@ -11,15 +11,13 @@ for bin in "$KXSIM" "$KXAPI"; do
   [ -x "$bin" ] || { echo "demo: $bin is not built (run 'make build')" >&2; exit 1; }
 done
 
+source "$(dirname "$0")/sim.sh"
 WORK=$(mktemp -d "${TMPDIR:-/tmp}/kxdemo.XXXXXX")
 SIM_PID=""
 # DEMO_KEEP=DIR keeps the demo's files (log, configuration, keys, the
 # simulator's state) there for a look afterwards; the log audit reads them.
 cleanup() {
-  if [ -n "$SIM_PID" ] && kill -0 "$SIM_PID" 2>/dev/null; then
-    kill -TERM "$SIM_PID" 2>/dev/null
-    wait "$SIM_PID" 2>/dev/null
-  fi
+  sim_stop
   if [ -n "${DEMO_KEEP:-}" ]; then
     rm -rf "$DEMO_KEEP" && mkdir -p "$DEMO_KEEP" && cp -r "$WORK"/. "$DEMO_KEEP"/
   fi
@@ -27,24 +25,7 @@ cleanup() {
 }
 trap cleanup EXIT
 
-export KX_CONFIG_FILE="$WORK/kxserverapi.ini"
-export KX_CONFIG_KEY_FILE="$WORK/config.key"
-export KX_LOG_FILE="$WORK/kxserverapi.log"
-
-"$KXSIM" --port 0 --auto-approve --state-dir "$WORK/sim-state" --print-config "$KX_CONFIG_FILE" \
-  >"$WORK/sim.out" 2>"$WORK/sim.err" &
-SIM_PID=$!
-for _ in $(seq 1 200); do
-  grep -q "kxsim ready" "$WORK/sim.out" 2>/dev/null && break
-  kill -0 "$SIM_PID" 2>/dev/null || break
-  sleep 0.05
-done
-if ! grep -q "kxsim ready" "$WORK/sim.out"; then
-  echo "demo: kxsim did not start" >&2
-  cat "$WORK/sim.err" >&2
-  exit 1
-fi
-BASE=$(sed -n 's/^kxsim ready //p' "$WORK/sim.out")
+sim_start "$KXSIM" "$WORK" --auto-approve || exit 1
 
 STEP=0
 FAILED=0
