@@ -21,12 +21,17 @@ bool AtoI(const std::string& text, int& out) {
     return true;
 }
 
-std::string MaskedReply(const std::string& text) {
-    const KX_TuoMinData rules[2] = {
-        KX_TuoMinData(KX_TUOMIN_JSON_KEY, "idNo", 6, 8),
-        KX_TuoMinData(KX_TUOMIN_JSON_KEY, "loginAccount", 3, 4),
-    };
-    return IWK_DataTuomin(text, rules, 2);
+std::string MaskedReply(const std::string& text) noexcept {
+    try {
+        const KX_TuoMinData rules[2] = {
+            KX_TuoMinData(KX_TUOMIN_JSON_KEY, "idNo", 6, 8),
+            KX_TuoMinData(KX_TUOMIN_JSON_KEY, "loginAccount", 3, 4),
+        };
+        return IWK_DataTuomin(text, rules, 2);
+    } catch (...) {
+        // Out of memory: the line goes without the reply rather than unmasked.
+        return std::string();
+    }
 }
 
 }  // namespace kxbid

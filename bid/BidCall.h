@@ -43,6 +43,6 @@ inline void TaskOutputs(const Json::Value& data, std::string& strTaskId, std::st
 }
 
 // The reply text with idNo and loginAccount masked, for exit lines only.
-std::string MaskedReply(const std::string& text);
+std::string MaskedReply(const std::string& text) noexcept;
 
 }  // namespace kxbid

@@ -87,7 +87,7 @@ step "a document signed under a witness flow (kxsim approves on the device after
 # OpenSSL, an authorisation with text signing, seals and the logout.
 bid_value() { sed -n "s/.*\"$1\" : \"\([^\"]*\)\".*/\1/p" "$WORK/out" | head -1; }
 # check TITLE -- command...: a step done by the shell, not by kxapi
-check() {
+bid_check() {
   local title=$1
   shift 2
   STEP=$((STEP + 1))
@@ -112,13 +112,13 @@ bid_verify_files() {
         "$WORK/$f.txt" || return 1
     done
 }
-check "OpenSSL verifies both signatures with the login's certificate" -- bid_verify_files
+bid_check "OpenSSL verifies both signatures with the login's certificate" -- bid_verify_files
 openssl rand 32 >"$WORK/bid-key.bin"
 BID_ENVELOPE=$(openssl pkeyutl -encrypt -pkeyopt rsa_padding_mode:oaep -certin \
   -inkey "$WORK/bid-enc.pem" -in "$WORK/bid-key.bin" | base64 -w0)
 step "a decrypt task opens an envelope OpenSSL made for the login's encryption certificate" ok -- \
   bid decrypt "$BID_ENVELOPE" --token "$BID_TOKEN" --no-qr --interval-ms 200
-check "the symmetric key that came back is the one OpenSSL sealed" -- \
+bid_check "the symmetric key that came back is the one OpenSSL sealed" -- \
   test "$(sed -n '/"symmetricKeys"/,/]/s/.*"\([A-Za-z0-9+\/=]\{20,\}\)".*/\1/p' "$WORK/out")" = \
   "$(base64 -w0 "$WORK/bid-key.bin")"
 step "an authorisation task gives an authCode" ok -- \

@@ -186,11 +186,12 @@ int CmdBidSignFiles(const Args& args) {
 
 int CmdBidDecrypt(const Args& args) {
     const char* command = "bid decrypt";
+    int status = 0;
+    if (!NeedToken(args, command, status)) return status;
+    if (args.positional().empty()) return UsageError(command, "give at least one envelope");
+    // The poll always carries the token; --app-id opens the task without it.
     const std::string token = args.get("token");
     const std::string appId = args.get("app-id");
-    if (token.empty() == appId.empty() || args.positional().empty()) {
-        return UsageError(command, "give --token or --app-id, and at least one envelope");
-    }
     std::vector<KXReceiveData> envelopes;
     for (const std::string& b64 : args.positional()) {
         KXReceiveData item;
@@ -198,17 +199,17 @@ int CmdBidDecrypt(const Args& args) {
         envelopes.push_back(item);
     }
     CCorvaneApi api;
-    if (const int status = OpenClient(args, api)) return status;
+    if ((status = OpenClient(args, api)) != 0) return status;
     std::string taskId, url, scanMode;
-    long rc = token.empty()
+    long rc = !appId.empty()
                   ? api.CreateBIDDecryptTaskWithAppId(envelopes, appId, taskId, url, scanMode)
                   : api.CreateBIDDecryptTask(envelopes, token, taskId, url, scanMode);
     if (rc != 0) return Fail("CreateBIDDecryptTask", rc);
-    if (const int status = RunTask(
-            args, command, "open " + std::to_string(envelopes.size()) + " envelope(s)", url,
-            scanMode,
-            [&](int& st) { return api.QueryBIDDecryptResultTask(taskId, token, st, envelopes); },
-            "QueryBIDDecryptResultTask")) {
+    if ((status = RunTask(
+             args, command, "open " + std::to_string(envelopes.size()) + " envelope(s)", url,
+             scanMode,
+             [&](int& st) { return api.QueryBIDDecryptResultTask(taskId, token, st, envelopes); },
+             "QueryBIDDecryptResultTask")) != 0) {
         return status;
     }
     Json::Value out;

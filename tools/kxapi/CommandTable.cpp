@@ -164,8 +164,9 @@ const std::vector<Command>& Commands() {
          {"signed", "no-qr"},
          CmdBidSignFiles},
         {"bid decrypt",
-         "ENVELOPE... (--token T | --app-id A) [--no-qr] [--timeout S] [--interval-ms MS]",
-         "opens digital envelopes (Base64) by mobile approval; prints the symmetric keys",
+         "ENVELOPE... --token T [--app-id A] [--no-qr] [--timeout S] [--interval-ms MS]",
+         "opens digital envelopes (Base64) by mobile approval (--app-id: the task is opened "
+         "under the application instead of the token); prints the symmetric keys",
          {"no-qr"},
          CmdBidDecrypt},
         {"bid auth",
