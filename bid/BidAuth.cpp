@@ -23,8 +23,8 @@ long CCorvaneApi::CreateBIDAuthInfoTask(std::string sToken, std::string strSubje
                                         std::string& strScanMode) {
     static const char kFn[] = "CCorvaneApi::CreateBIDAuthInfoTask";
     KXCall call(m_stInitInfo);
-    kxbid::TokenHead(call, sToken);
     call.Run([&] {
+        kxbid::TokenHead(call, sToken);
         if (!call.Url(strBIDAuthTasksUrl)) return;
         Json::Value body;
         body["subjectName"] = strSubjectName;
@@ -42,8 +42,8 @@ long CCorvaneApi::QueryBIDAuthInfoResultTask(std::string sTaskId, std::string sT
     static const char kFn[] = "CCorvaneApi::QueryBIDAuthInfoResultTask";
     KX_LOG(KX_LOG_TRACE, kCorvaneSource, kFn, "sTaskId:%s", sTaskId.c_str());
     KXCall call(m_stInitInfo);
-    kxbid::TokenHead(call, sToken);
     call.Run([&] {
+        kxbid::TokenHead(call, sToken);
         if (!call.Url(strBIDAuthTaskUrl, sTaskId) || !call.Get()) return;
         iStatus = kxbid::Int(call.data, "status");
         if (iStatus != 1) return;
@@ -59,9 +59,9 @@ long CCorvaneApi::GetBIDSignDataTask(std::string sToken, std::string strAuthCode
                                      std::string strIsBase64, std::string strSignAlgOid) {
     static const char kFn[] = "CCorvaneApi::GetBIDSignDataTask";
     KXCall call(m_stInitInfo);
-    kxbid::TokenHead(call, sToken);
-    call.Map(kStatusAuthCodeRefused, KX_ERR_BID_STATUS_1490152);
     call.Run([&] {
+        kxbid::TokenHead(call, sToken);
+        call.Map(kStatusAuthCodeRefused, KX_ERR_BID_STATUS_1490152);
         if (!call.Url(strBIDTextHashSignUrl)) return;
         Json::Value body;
         body["authCode"] = strAuthCode;
@@ -81,8 +81,8 @@ long CCorvaneApi::GetBIDVerifyResultTask(std::string sToken, std::string strText
                                          bool& bVerifyResult) {
     static const char kFn[] = "CCorvaneApi::GetBIDVerifyResultTask";
     KXCall call(m_stInitInfo);
-    kxbid::TokenHead(call, sToken);
     call.Run([&] {
+        kxbid::TokenHead(call, sToken);
         if (!call.Url(strBIDVerifyTextHashSignUrl)) return;
         Json::Value body;
         body["signResult"] = strSignResult;

@@ -1,27 +1,21 @@
 // Helpers of the BID sign service.
 #include "bid/BidCall.h"
 
+#include <cerrno>
+#include <climits>
 #include <cstdlib>
 
 namespace kxbid {
 
 bool AtoI(const std::string& text, int& out) {
-    size_t at = 0;
-    while (at < text.size() && (text[at] == ' ' || (text[at] >= '\t' && text[at] <= '\r'))) ++at;
-    const bool negative = at < text.size() && text[at] == '-';
-    if (at < text.size() && (text[at] == '-' || text[at] == '+')) ++at;
-    long long value = 0;
-    for (; at < text.size() && text[at] >= '0' && text[at] <= '9'; ++at) {
-        value = value * 10 + (text[at] - '0');
-        if (value > 2147483648LL) return false;
-    }
-    value = negative ? -value : value;
-    if (value > 2147483647LL) return false;
+    errno = 0;
+    const long value = std::strtol(text.c_str(), nullptr, 10);
+    if (errno == ERANGE || value < INT_MIN || value > INT_MAX) return false;
     out = static_cast<int>(value);
     return true;
 }
 
-std::string MaskedReply(const std::string& text) noexcept {
+std::string MaskedReply(const char* text) noexcept {
     try {
         const KX_TuoMinData rules[2] = {
             KX_TuoMinData(KX_TUOMIN_JSON_KEY, "idNo", 6, 8),

@@ -43,6 +43,6 @@ inline void TaskOutputs(const Json::Value& data, std::string& strTaskId, std::st
 }
 
 // The reply text with idNo and loginAccount masked, for exit lines only.
-std::string MaskedReply(const std::string& text) noexcept;
+std::string MaskedReply(const char* text) noexcept;
 
 }  // namespace kxbid

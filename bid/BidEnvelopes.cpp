@@ -24,8 +24,8 @@ long CCorvaneApi::CreateBIDDecryptTask(std::vector<KXReceiveData>& vecEnvelopes,
                                        std::string& strScanMode) {
     static const char kFn[] = "CCorvaneApi::CreateBIDDecryptTask";
     KXCall call(m_stInitInfo);
-    kxbid::TokenHead(call, sToken);
     call.Run([&] {
+        kxbid::TokenHead(call, sToken);
         if (!call.Url(strBIDDecryptTasksUrl) || !call.Post(DecryptBody(vecEnvelopes))) return;
         kxbid::TaskOutputs(call.data, strTaskId, strUrl, strScanMode);
     });
@@ -39,9 +39,9 @@ long CCorvaneApi::CreateBIDDecryptTaskWithAppId(std::vector<KXReceiveData>& vecE
                                                 std::string& strUrl, std::string& strScanMode) {
     static const char kFn[] = "CCorvaneApi::CreateBIDDecryptTaskWithAppId";
     KXCall call(m_stInitInfo);
-    // The application id stands in for the token: no head at all.
-    call.Head(KXHead::None).Map(401, KX_ERR_BID_TOKEN_REFUSED);
     call.Run([&] {
+        // The application id stands in for the token: no head at all.
+        call.Head(KXHead::None).Map(401, KX_ERR_BID_TOKEN_REFUSED);
         if (!call.Url(strBIDDecryptTasksUrl)) return;
         Json::Value body = DecryptBody(vecEnvelopes);
         body["appId"] = strAppId;
@@ -57,8 +57,8 @@ long CCorvaneApi::CreateBIDEncryptTask(std::string& strAppId, std::string& strTa
                                        std::string& strUrl, std::string& strScanMode) {
     static const char kFn[] = "CCorvaneApi::CreateBIDEncryptTask";
     KXCall call(m_stInitInfo);
-    call.Head(KXHead::None);
     call.Run([&] {
+        call.Head(KXHead::None);
         if (!call.Url(strBIDEncryptTasksUrl)) return;
         Json::Value body;
         body["checkSubject"] = false;
@@ -76,9 +76,9 @@ long CCorvaneApi::QueryBIDDecryptResultTask(std::string sTaskId, std::string sTo
     static const char kFn[] = "CCorvaneApi::QueryBIDDecryptResultTask";
     KX_LOG(KX_LOG_TRACE, kCorvaneSource, kFn, "sTaskId:%s", sTaskId.c_str());
     KXCall call(m_stInitInfo);
-    kxbid::TokenHead(call, sToken);
     long lRes = KX_OK;
     call.Run([&] {
+        kxbid::TokenHead(call, sToken);
         if (!call.Url(strBIDDecryptTaskUrl, sTaskId) || !call.Get()) return;
         iStatus = kxbid::Int(call.data, "status");
         if (iStatus != 1) return;
@@ -109,8 +109,8 @@ long CCorvaneApi::QueryBIDEncryptResultTask(std::string sTaskId, int& iStatus,
     static const char kFn[] = "CCorvaneApi::QueryBIDEncryptResultTask";
     KX_LOG(KX_LOG_TRACE, kCorvaneSource, kFn, "sTaskId:%s", sTaskId.c_str());
     KXCall call(m_stInitInfo);
-    call.Head(KXHead::None);
     call.Run([&] {
+        call.Head(KXHead::None);
         if (!call.Url(strBIDEncryptTaskUrl, sTaskId) || !call.Get()) return;
         iStatus = kxbid::Int(call.data, "status");
         if (iStatus != 1) return;

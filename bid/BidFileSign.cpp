@@ -29,8 +29,8 @@ long CCorvaneApi::CreateBIDFileSignTask(std::string strRealAccountId, std::strin
            strRealAccountId.c_str(), strAuthAccountId.c_str(), sTaskGroupId.c_str(),
            sTaskGroupType.c_str(), sToken.c_str());
     KXCall call(m_stInitInfo);
-    FileSignHead(call, sToken, iUseHeadToken);
     call.Run([&] {
+        FileSignHead(call, sToken, iUseHeadToken);
         if (!call.Url(strBIDFileSignTasksUrl)) return;
         Json::Value body;
         for (size_t i = 0; i < vecFiles.size(); ++i) {
@@ -82,8 +82,8 @@ long CCorvaneApi::QueryBIDFileSignResultTask(std::string strTaskId, std::string 
     static const char kFn[] = "CCorvaneApi::QueryBIDFileSignResultTask";
     KX_LOG(KX_LOG_TRACE, kCorvaneSource, kFn, "strTaskId:%s", strTaskId.c_str());
     KXCall call(m_stInitInfo);
-    FileSignHead(call, sToken, iUseHeadToken);
     call.Run([&] {
+        FileSignHead(call, sToken, iUseHeadToken);
         if (!call.Url(strBIDFileSignTaskUrl, strTaskId) || !call.Get()) return;
         iStatus = kxbid::Int(call.data, "status");
         if (iStatus != 1) return;

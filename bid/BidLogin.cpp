@@ -52,9 +52,9 @@ long CCorvaneApi::CreateBIDLoginTask(std::string& strTaskId, std::string& strUrl
     KX_LOG(KX_LOG_TRACE, kCorvaneSource, kFn, "strAppId:%s,iLoginType:%d,iUseHeadToken:%d",
            strAppId.c_str(), iLoginType, iUseHeadToken);
     KXCall call(m_stInitInfo);
-    // No token exists before a login: the choice is no head or the signature.
-    if (iUseHeadToken == 1) call.Head(KXHead::None);
     call.Run([&] {
+        // No token exists before a login: the choice is no head or the signature.
+        if (iUseHeadToken == 1) call.Head(KXHead::None);
         if (!call.Url(strBIDLoginTasksUrl)) return;
         if (iLoginType != 0 && iLoginType != 1) {
             call.Refuse(KX_ERR_BID_LOGIN_TYPE);
@@ -92,9 +92,9 @@ long CCorvaneApi::QueryBIDLoginResultTask(std::string sTaskId, std::string& strO
     static const char kFn[] = "CCorvaneApi::QueryBIDLoginResultTask";
     KX_LOG(KX_LOG_TRACE, kCorvaneSource, kFn, "sTaskId:%s", sTaskId.c_str());
     KXCall call(m_stInitInfo);
-    if (iUseHeadToken == 1) call.Head(KXHead::None);
-    call.Map(401, KX_ERR_BID_TOKEN_REFUSED);
     call.Run([&] {
+        if (iUseHeadToken == 1) call.Head(KXHead::None);
+        call.Map(401, KX_ERR_BID_TOKEN_REFUSED);
         if (!call.Url(strBIDLoginTaskUrl, sTaskId) || !call.Get()) return;
         const Json::Value& data = call.data;
         iStatus = kxbid::Int(data, "status");

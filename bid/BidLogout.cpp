@@ -5,9 +5,9 @@
 long CCorvaneApi::GetBIDLoginOutTask(std::string sToken) {
     static const char kFn[] = "CCorvaneApi::GetBIDLoginOutTask";
     KXCall call(m_stInitInfo);
-    // A refused token stays 401 here: the session is over either way.
-    call.Head(KXHead::Token, sToken);
     call.Run([&] {
+        // A refused token stays 401 here: the session is over either way.
+        call.Head(KXHead::Token, sToken);
         if (!call.Url(strBIDLogoutUrl)) return;
         call.Send(HTTP_FUNC_POST, HTTP_CONTENT_JSON, std::string());
     });

@@ -58,8 +58,8 @@ long CCorvaneApi::GetBIDSealByAuthCodeTask(std::string sToken, std::string strAu
                                            int iSealType, std::vector<_seal_Info_s>& vecSeals) {
     static const char kFn[] = "CCorvaneApi::GetBIDSealByAuthCodeTask";
     KXCall call(m_stInitInfo);
-    kxbid::TokenHead(call, sToken);
     call.Run([&] {
+        kxbid::TokenHead(call, sToken);
         if (!call.Url(strBIDSealsUrl)) return;
         Json::Value body;
         body["authCode"] = strAuthCode;
@@ -87,8 +87,8 @@ long CCorvaneApi::GetBIDSealByOrgIdTask(std::string sToken, std::string strRealA
                                         std::vector<_seal_Info_s>& vecSeals) {
     static const char kFn[] = "CCorvaneApi::GetBIDSealByOrgIdTask";
     KXCall call(m_stInitInfo);
-    kxbid::TokenHead(call, sToken);
     call.Run([&] {
+        kxbid::TokenHead(call, sToken);
         const std::string orgId = strRealOrgId.empty() ? strRealAccountId : strRealOrgId;
         const bool formatted =
             iSealType != 0 ? call.Url(strBIDSealByTypeUrl, orgId, iSealType, strRealAccountId)

@@ -96,7 +96,8 @@ public:
         return *this;
     }
     // A code the request ended with becomes another one for the caller; the
-    // last error keeps what the reader left (the server's own number).
+    // last error keeps what the reader left (the server's own number). It
+    // allocates: call it inside Run().
     KXCall& Map(long from, long to) {
         maps_.push_back({from, to});
         return *this;
