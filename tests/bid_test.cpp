@@ -401,6 +401,14 @@ TEST_F(BidTest, EveryOperationHeadBodyOutputsAndCodes) {
     const size_t before = fake.requestCount();
     EXPECT_EQ("10001", Code(fileSign("", "99999999999", two, 1)(api)));
     EXPECT_EQ(before, fake.requestCount());
+    // The token in plain, a full-width comma before it; the key polls log no reply.
+    const std::string log = env.readLog();
+    for (const char* line : {"<\"strRealAccountId:acc-1,strRealAccountId:auth-1,sTaskGroupId:grp-1,"
+                             "sTaskGroupType:2\xA3\xACsToken:tok-1\">",
+                             "QueryBIDDecryptResultTask> <\"lRes:37008, reqRes.errCode:0\">",
+                             "QueryBIDEncryptResultTask> <\"lRes:0, reqRes.errCode:0\">"}) {
+        EXPECT_NE(std::string::npos, log.find(line)) << line;
+    }
 }
 
 TEST_F(BidTest, LoginBodyByTypeAndConfiguration) {

@@ -8,6 +8,7 @@
 
 #include <map>
 #include <memory>
+#include <cstdlib>
 #include <sstream>
 
 #include "KXUtils.h"
