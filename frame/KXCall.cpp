@@ -150,6 +150,12 @@ bool KXCall::Send(HTTPFuncType verb, HTTPContentType type, std::string body) {
             return Refuse(KX_ERR_INVALID_VALUE);
     }
     Read();
+    for (const auto& map : maps_) {
+        if (lRes == map.first) {
+            lRes = map.second;
+            break;
+        }
+    }
     return lRes == KX_OK;
 }
 

@@ -19,6 +19,8 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "KXCommonType.h"
 #include "KXUtils.h"
@@ -91,6 +93,13 @@ public:
     // which reads it with the call's reader and takes its fields.
     KXCall& ReadWith(std::function<long(const std::string&)> handler) {
         handler_ = std::move(handler);
+        return *this;
+    }
+    // A code the request ended with becomes another one for the caller; the
+    // last error keeps what the reader left (the server's own number). It
+    // allocates: call it inside Run().
+    KXCall& Map(long from, long to) {
+        maps_.push_back({from, to});
         return *this;
     }
 
@@ -188,5 +197,6 @@ private:
     KXReqResult* result_ = &reqRes;
     std::function<long(const std::string&)> handler_;
     std::string filePath_;
+    std::vector<std::pair<long, long>> maps_;
     bool transportFailed_ = false;
 };

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "KXCommonType.h"
 #include "KXExport.h"
@@ -74,6 +75,65 @@ public:
     long SignConfirmTask(std::string strWitnessFlowId, std::string strThirdDocId,
                          std::string strDocHash, std::string strAlgorithm,
                          std::string strSignTicket, std::string strSignlogId);
+
+    // BID sign service (sources in bid/). Tasks are opened by a Create...
+    // operation and polled by the caller with the Query... one; iStatus 1
+    // means the results came with that poll. iUseHeadToken 1: file signing
+    // sends sToken as a token head, login sends no head; else the signature.
+    // 401 becomes 37007 where a token is in play.
+    long CreateBIDFileSignTask(std::string strRealAccountId, std::string strAuthAccountId,
+                               std::string sTaskGroupId, std::string sTaskGroupType,
+                               std::string sToken, std::vector<KXReceiveData>& vecFiles,
+                               std::string& strUrl, std::string& strScanMode,
+                               std::string& strTaskId, int& iTaskGroupActivated, int iUseHeadToken);
+    // Results go to vecFiles by position, up to the vector's end.
+    long QueryBIDFileSignResultTask(std::string strTaskId, std::string sToken,
+                                    std::vector<KXReceiveData>& vecFiles, int& iStatus,
+                                    int iUseHeadToken);
+    // iLoginType 0 or 1, else 10016 with nothing sent.
+    long CreateBIDLoginTask(std::string& strTaskId, std::string& strUrl, std::string& strScanMode,
+                            std::string strAppId, int iLoginType, int iUseHeadToken);
+    long QueryBIDLoginResultTask(std::string sTaskId, std::string& strOuid, std::string& strOrgId,
+                                 int& iStatus, std::string& strEncCert, std::string& strCert,
+                                 std::string& strToken, std::string& strOrgName,
+                                 std::string& strPublicKey, std::string& strRawReply,
+                                 std::string& strUserInfo, int iUseHeadToken);
+    long GetBIDLoginOutTask(std::string sToken);
+    long CreateBIDDecryptTask(std::vector<KXReceiveData>& vecEnvelopes, std::string sToken,
+                              std::string& strTaskId, std::string& strUrl,
+                              std::string& strScanMode);
+    long CreateBIDDecryptTaskWithAppId(std::vector<KXReceiveData>& vecEnvelopes,
+                                       std::string strAppId, std::string& strTaskId,
+                                       std::string& strUrl, std::string& strScanMode);
+    long CreateBIDEncryptTask(std::string& strAppId, std::string& strTaskId, std::string& strUrl,
+                              std::string& strScanMode);
+    // 37008 when an envelope differs from the one at its position (its key is
+    // then not stored; the others are).
+    long QueryBIDDecryptResultTask(std::string sTaskId, std::string sToken, int& iStatus,
+                                   std::vector<KXReceiveData>& vecEnvelopes);
+    long QueryBIDEncryptResultTask(std::string sTaskId, int& iStatus,
+                                   std::vector<KXReceiveData>& vecItems);
+    long CreateBIDAuthInfoTask(std::string sToken, std::string strSubjectName,
+                               std::string& strTaskId, std::string& strUrl,
+                               std::string& strScanMode);
+    long QueryBIDAuthInfoResultTask(std::string sTaskId, std::string sToken, int& iStatus,
+                                    std::string& strAuthCode);
+    // strIsBase64 "1": strText is Base64 of raw data. Server status 1490152
+    // becomes 37011.
+    long GetBIDSignDataTask(std::string sToken, std::string strAuthCode, std::string strText,
+                            std::string& strSignature, std::string strIsBase64,
+                            std::string strSignAlgOid);
+    long GetBIDVerifyResultTask(std::string sToken, std::string strText, std::string strSignResult,
+                                std::string& strCertBase64, bool& bVerifyResult);
+    // Seals: strSeals gets {"data":...} as the server sent it; the vectors
+    // are appended to, never cleared.
+    long GetBIDSealTask(std::string strRealAccountId, std::string strRealOrgId,
+                        std::string& strSeals);
+    long GetBIDSealByAuthCodeTask(std::string sToken, std::string strAuthCode, int iSealType,
+                                  std::vector<_seal_Info_s>& vecSeals);
+    long GetBIDSealByOrgIdTask(std::string sToken, std::string strRealAccountId,
+                               std::string strRealOrgId, int iSealType,
+                               std::vector<_seal_Info_s>& vecSeals);
 
     // URL templates: printf formats whose first %s is the record's ServerIp
     // (host, and ":port" when the server is not on 443); values go in as they

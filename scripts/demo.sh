@@ -68,6 +68,61 @@ printf 'Contract between the demo organisation and its partner.\n' >"$WORK/contr
 step "a document signed under a witness flow (kxsim approves on the device after a few polls)" ok -- \
   platform sign --org org-0001 --account acc-0001 --doc "$WORK/contract.txt" --interval-ms 300
 
+# BID sign service: a login approved on the device (kxsim approves at the
+# first poll), then the token drives file signing, an envelope made by
+# OpenSSL, an authorisation with text signing, seals and the logout.
+bid_value() { sed -n "s/.*\"$1\" : \"\([^\"]*\)\".*/\1/p" "$WORK/out" | head -1; }
+# check TITLE -- command...: a step done by the shell, not by kxapi
+bid_check() {
+  local title=$1
+  shift 2
+  STEP=$((STEP + 1))
+  printf '\n== Step %d: %s\n' "$STEP" "$title"
+  if "$@"; then printf -- '-- ok\n'; else printf -- '-- FAILED\n'; FAILED=$((FAILED + 1)); fi
+}
+step "a BID login, shown as a QR code and approved on the device" ok -- \
+  bid login --cert-out "$WORK/bid-cert.pem" --enc-cert-out "$WORK/bid-enc.pem" --interval-ms 200
+BID_TOKEN=$(bid_value token)
+BID_ACCOUNT=$(bid_value ouid)
+printf 'Offer of 23 November.\n' >"$WORK/offer.txt"
+printf 'Acceptance of 24 November.\n' >"$WORK/acceptance.txt"
+mkdir -p "$WORK/bid-sigs"
+step "two files signed in one BID task" ok -- \
+  bid sign-files "$WORK/offer.txt" "$WORK/acceptance.txt" --token "$BID_TOKEN" \
+  --account "$BID_ACCOUNT" --seal-id seal-0001 --sig-dir "$WORK/bid-sigs" --no-qr --interval-ms 200
+bid_verify_files() {
+  openssl verify -CAfile "$WORK/sim-state/ca.pem" "$WORK/bid-cert.pem" &&
+    openssl x509 -in "$WORK/bid-cert.pem" -pubkey -noout >"$WORK/bid-pub.pem" &&
+    for f in offer acceptance; do
+      openssl dgst -sha256 -verify "$WORK/bid-pub.pem" -signature "$WORK/bid-sigs/$f.txt.sig" \
+        "$WORK/$f.txt" || return 1
+    done
+}
+bid_check "OpenSSL verifies both signatures with the login's certificate" -- bid_verify_files
+openssl rand 32 >"$WORK/bid-key.bin"
+BID_ENVELOPE=$(openssl pkeyutl -encrypt -pkeyopt rsa_padding_mode:oaep -certin \
+  -inkey "$WORK/bid-enc.pem" -in "$WORK/bid-key.bin" | base64 -w0)
+step "a decrypt task opens an envelope OpenSSL made for the login's encryption certificate" ok -- \
+  bid decrypt "$BID_ENVELOPE" --token "$BID_TOKEN" --no-qr --interval-ms 200
+bid_check "the symmetric key that came back is the one OpenSSL sealed" -- \
+  test "$(sed -n '/"symmetricKeys"/,/]/s/.*"\([A-Za-z0-9+\/=]\{20,\}\)".*/\1/p' "$WORK/out")" = \
+  "$(base64 -w0 "$WORK/bid-key.bin")"
+step "an authorisation task gives an authCode" ok -- \
+  bid auth --token "$BID_TOKEN" --subject "text signing" --no-qr --interval-ms 200
+BID_AUTH=$(bid_value authCode)
+step "a text signed under the authCode" ok -- \
+  bid sign-text --token "$BID_TOKEN" --auth-code "$BID_AUTH" --text "Pay 100 to the partner"
+BID_SIG=$(bid_value signature)
+step "the server verifies the signature over the text" ok -- \
+  bid verify --token "$BID_TOKEN" --text "Pay 100 to the partner" --signature "$BID_SIG"
+step "the same signature over a tampered text fails" refused -- \
+  bid verify --token "$BID_TOKEN" --text "Pay 900 to the partner" --signature "$BID_SIG"
+step "the user's seals, by organisation" ok -- \
+  bid seals --token "$BID_TOKEN" --account "$BID_ACCOUNT" --org org-0001
+step "BID logout" ok -- bid logout --token "$BID_TOKEN"
+step "the logged-out token is refused (37007)" refused -- \
+  bid seals --token "$BID_TOKEN" --account "$BID_ACCOUNT"
+
 # Certificate services: a UKey's key and CSR made with OpenSSL, the CSR
 # expanded into a double certificate at kxsim, the result checked.
 if command -v openssl >/dev/null; then

@@ -8,6 +8,7 @@ PACKAGES=(
   g++ make cmake pkg-config
   libjsoncpp-dev libtinyxml2-dev libcurl4-openssl-dev libssl-dev openssl
   libcpp-httplib-dev libgtest-dev libgmock-dev libbenchmark-dev
+  libqrencode-dev
   ca-certificates procps
 )
 

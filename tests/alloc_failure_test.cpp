@@ -123,6 +123,13 @@ TEST(AllocFailure, ExportedFunctionsAnswerWithACode) {
          withReply("", [&] { KX_GetServerTypeByStr("agent", number, 0); })},
         {"CCorvaneApi::GetAllInfo", withReply(R"({"code":0,"data":{"baseRealname":{"code":"c"}}})",
                                               [&] { platform.GetAllInfo("acc", text, other); })},
+        {"CCorvaneApi::QueryBIDLoginResultTask",
+         withReply(R"({"code":0,"data":{"status":1,"idNo":"110101199001011234","name":"n",)"
+                   R"("addressInfo":{"cityName":"c"},"servicesInProject":[{"endTime":5}]}})",
+                   [&] {
+                       platform.QueryBIDLoginResultTask("T", text, other, number, text, other, text,
+                                                        other, text, other, text, 0);
+                   })},
         {"CKXSealOpenApi::Login",
          withReply(R"({"errCode":0,"token":"t"})", [&] { seal.Login("u", "p", 2); })},
         {"CKXSealOpenApi::GetSealList", withReply(seals, [&] { seal.GetSealList(0, "sn", list); })},

@@ -58,6 +58,7 @@ constexpr KXConfigKey kKeys[] = {
     {KXKey::appId, "MobileShield", "appId", ""},
     {KXKey::appSecret, "MobileShield", "appSecret", ""},
     {KXKey::serverUrl, "KXSign", "serverUrl", ""},
+    {KXKey::needUserAddress, "MobileBIDShield", "needUserAddress", "0"},
     {KXKey::SerType, "*", "SerType", "0"},
     {KXKey::Host, "*", "Host", ""},
     {KXKey::Port, "*", "Port", "0"},

@@ -65,6 +65,8 @@ enum class KXKey {
     appSecret,
     // [KXSign]
     serverUrl,
+    // [MobileBIDShield]
+    needUserAddress,
     // "*": one server description, in whatever section the caller names
     SerType,
     Host,

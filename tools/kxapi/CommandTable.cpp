@@ -25,6 +25,14 @@ int CmdPrintQuery(const Args& args);
 int CmdPrintUpdate(const Args& args);
 int CmdPrintVerifySms(const Args& args);
 int CmdPrintOrg(const Args& args);
+int CmdBidLogin(const Args& args);
+int CmdBidSignFiles(const Args& args);
+int CmdBidDecrypt(const Args& args);
+int CmdBidAuth(const Args& args);
+int CmdBidSignText(const Args& args);
+int CmdBidVerify(const Args& args);
+int CmdBidSeals(const Args& args);
+int CmdBidLogout(const Args& args);
 
 const std::vector<Command>& Commands() {
     static const std::vector<Command> commands = {
@@ -140,6 +148,50 @@ const std::vector<Command>& Commands() {
          {},
          CmdPrintVerifySms},
         {"print org", "--cert-sn SN", "the organisation code of a certificate", {}, CmdPrintOrg},
+        // BID sign service; task commands take [--no-qr] [--timeout S] [--interval-ms MS].
+        {"bid login",
+         "[--type 0|1] [--app-id A] [--signed] [--with-enc-cert] [--services] [--cert-out FILE] "
+         "[--enc-cert-out FILE] [--no-qr] [--timeout S] [--interval-ms MS] [--section KXPlatform]",
+         "logs in by mobile approval: identity, certificates and the token of the other bid "
+         "commands",
+         {"signed", "with-enc-cert", "services", "no-qr"},
+         CmdBidLogin},
+        {"bid sign-files",
+         "FILE... --token T --account A [--auth-account B] [--seal-id S] [--signed] "
+         "[--sig-dir DIR] [--no-qr] [--timeout S] [--interval-ms MS]",
+         "has the files' SHA-256 hashes signed by mobile approval; --sig-dir writes each raw "
+         "signature to DIR/<name>.sig",
+         {"signed", "no-qr"},
+         CmdBidSignFiles},
+        {"bid decrypt",
+         "ENVELOPE... --token T [--app-id A] [--no-qr] [--timeout S] [--interval-ms MS]",
+         "opens digital envelopes (Base64) by mobile approval (--app-id: the task is opened "
+         "under the application instead of the token); prints the symmetric keys",
+         {"no-qr"},
+         CmdBidDecrypt},
+        {"bid auth",
+         "--token T [--subject S] [--seconds N] [--no-qr] [--timeout S] [--interval-ms MS]",
+         "an authorisation by mobile approval; prints the authCode",
+         {"no-qr"},
+         CmdBidAuth},
+        {"bid sign-text",
+         "--token T --auth-code C (--text TEXT | --base64 B64) [--alg-oid OID]",
+         "signs a text (or raw data in Base64) under an authCode",
+         {},
+         CmdBidSignText},
+        {"bid verify",
+         "--token T --text TEXT --signature B64",
+         "has the server verify a text's signature; exit status 1 when it does not verify",
+         {},
+         CmdBidVerify},
+        {"bid seals",
+         "--token T (--account A [--org O] | --auth-code C) [--type N] | --init --account A "
+         "[--org O]",
+         "the seals of a BID user: by organisation, by authCode, or initialised at the /v1/ "
+         "endpoint",
+         {"init"},
+         CmdBidSeals},
+        {"bid logout", "--token T", "ends the token of a BID login", {}, CmdBidLogout},
     };
     return commands;
 }

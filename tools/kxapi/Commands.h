@@ -59,6 +59,10 @@ _init_Info_s ReadServer(const std::string& section);
 // after reporting the failure (and an incomplete section by name).
 int OpenServer(KXServerBase& client, const std::string& section, const std::string& clientName);
 
+// Shows where the user acts: the text, and unless draw is false its QR code
+// in Unicode half blocks (stderr).
+void ShowQr(const std::string& what, const std::string& content, bool draw);
+
 // How a command polls: --interval-ms between polls, --timeout in seconds.
 struct PollLimits {
     int intervalMs;

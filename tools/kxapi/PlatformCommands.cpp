@@ -26,10 +26,9 @@ int OpenClient(const Args& args, CCorvaneApi& api) {
     return OpenServer(api, args.get("section", kDefaultSection), "CCorvaneApi");
 }
 
-// Where the user confirms: the QR content, as text (no QR library is used).
+// Where the user confirms: the QR content, drawn and as text.
 void ShowQrContent(const std::string& what, const std::string& content) {
-    std::cerr << "kxapi: " << what << " - scan the QR code of this content, or open it:\n"
-              << "    " << content << "\n";
+    ShowQr(what, content, true);
 }
 
 // Polls until step says confirmed (1) or failed (-1), with a dot per poll on

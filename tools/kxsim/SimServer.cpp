@@ -112,11 +112,13 @@ bool Sim::Start(std::string& error) {
             ReplyCode(res, 500, "simulator failure", Json::Value(), 500);
         });
 
-    // The platform (/v1/) and BID (/v3/) services refuse any request whose
+    // The platform (/v1/) and /v3/ services refuse any request whose
     // signature head does not verify, before looking at what it asks for.
+    // The BID service checks its heads per route: a token, the signature or none.
     server_->set_pre_routing_handler([this](const httplib::Request& req, httplib::Response& res) {
         const bool signedService =
-            req.path.compare(0, 4, "/v1/") == 0 || req.path.compare(0, 4, "/v3/") == 0;
+            req.path.compare(0, 4, "/v1/") == 0 ||
+            (req.path.compare(0, 4, "/v3/") == 0 && req.path.compare(0, 13, "/v3/bid-sign/") != 0);
         if (signedService && !CheckSignatureHead(req, res)) {
             return httplib::Server::HandlerResponse::Handled;
         }
