@@ -65,6 +65,14 @@ enum class KXKey {
     appSecret,
     // [KXSign]
     serverUrl,
+    // [KXServerApi], [KXCertBase], [version]: records and reports
+    ReportHostPort,
+    ReportsignLog,
+    ReportEncryptLog,
+    ReportDecryptLog,
+    eventCallBackUrl,
+    version,
+    projectID,
     // "*": one server description, in whatever section the caller names
     SerType,
     Host,
