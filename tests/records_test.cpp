@@ -5,10 +5,13 @@
 #include <netinet/in.h>
 #include <sys/socket.h>
 
+#include <unistd.h>
+
 #include <cstdlib>
 #include <filesystem>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "FakeTransport.h"
@@ -180,4 +183,112 @@ TEST(Records, UKeyEventFields) {
     EXPECT_EQ(10103, KX_UKeyEventUpload("U", "C", "N", 0));
     kxtest::ExpectLastErrorMarked();
     EXPECT_EQ(1u, Count(env.readLog(), "KX_UKeyEventUpload> <\"lRes:10103\">"));
+}
+
+TEST(Records, ReportBodyAndUrl) {
+    TempEnv env;
+    FakeTransport fake;
+    kxtest::MarkLastError();
+    EXPECT_EQ(10005, KXSER_UploadRecord(1, nullptr));
+    EXPECT_EQ(10005, KXSER_UploadRecord(1, ""));
+    EXPECT_EQ(10001, KXSER_UploadRecord(2, "[]"));
+    EXPECT_EQ(10001, KXSER_UploadRecord(2, "{\"a\":"));
+    EXPECT_NE(std::string::npos, env.readLog().find("ERROR <UploadRecord [")) << env.readLog();
+    EXPECT_EQ(1u,
+              Count(env.readLog(), "KXSER_UploadRecord> <\"lRes:10001, recordType:2, msg:[]\">"));
+    // Defaults: the built-in base, an empty version.
+    EXPECT_EQ(0, KXSER_UploadRecord(1, "{}"));
+    ASSERT_TRUE(KXWaitForReports(60000));
+    ASSERT_EQ(1u, fake.requestCount());
+    KXWireRequest r = fake.lastRequest();
+    EXPECT_EQ("https://webservice.kxserverapi.example/kxweb/v3/orbis/client/report/signLog", r.url);
+    Json::Value body;
+    ASSERT_TRUE(kxjson::Parse(r.body, body));
+    EXPECT_EQ(std::vector<std::string>({"clientVersion", "localMac", "localTime"}),
+              body.getMemberNames());
+    EXPECT_EQ(":", body["clientVersion"].asString());
+    EXPECT_EQ(IWK_GetMacAddress(), body["localMac"].asString());
+    EXPECT_TRUE(body["localTime"].isInt64());
+    EXPECT_GT(body["localTime"].asInt64(), 1600000000000LL);
+
+    // The added keys replace the caller's; the rest goes out byte for byte.
+    ASSERT_TRUE(env.set("version", "version", "2.1"));
+    ASSERT_TRUE(env.set("version", "projectID", "P"));
+    ASSERT_TRUE(env.set("KXServerApi", "ReportHostPort", "http://r.example/base"));
+    ASSERT_TRUE(env.set("KXServerApi", "ReportEncryptLog", "/enc?x=1"));
+    const std::pair<int, const char*> types[] = {
+        {1, "http://r.example/base/v3/orbis/client/report/signLog"},
+        {2, "http://r.example/base/enc?x=1"},
+        {3, "http://r.example/base/v3/orbis/client/report/decryptLog"},
+        {0, "http://r.example/base"},
+        {-7, "http://r.example/base"},
+    };
+    for (const auto& t : types) {
+        const size_t before = fake.requestCount();
+        EXPECT_EQ(0, KXSER_UploadRecord(t.first,
+                                        "{\"localTime\":1,\"localMac\":\"m\","
+                                        "\"clientVersion\":\"v\",\"n\":\"\xd6\xd0\"}"));
+        ASSERT_TRUE(KXWaitForReports(60000));
+        ASSERT_EQ(before + 1, fake.requestCount());
+        r = fake.lastRequest();
+        EXPECT_EQ(t.second, r.url);
+        EXPECT_EQ("POST", r.method);
+        for (const std::string& line : r.headers) EXPECT_NE(0u, line.find("X-KX-")) << line;
+        ASSERT_TRUE(kxjson::Parse(r.body, body));
+        EXPECT_EQ("P:2.1", body["clientVersion"].asString());
+        EXPECT_NE(1, body["localTime"].asInt64());
+        EXPECT_NE("m", body["localMac"].asString());
+        EXPECT_NE(std::string::npos, r.body.find("\"n\":\"\xd6\xd0\"")) << r.body;
+    }
+    const std::string log = env.readLog();
+    EXPECT_EQ(1u, Count(log, "GetUrlByRecordType> <\"recordType:0\">"));
+    EXPECT_EQ(1u, Count(log, "GetUrlByRecordType> <\"recordType:-7\">"));
+    EXPECT_EQ(6u, Count(log, "UploadRecordThread> <\"dwRes:0\">"));
+    EXPECT_EQ(1u, Count(log, "KXSER_UploadRecord> <\"lRes:0, recordType:-7\">"));
+    // A failed delivery is only a line of the thread; never a last error.
+    fake.fail(FakeTransport::Fault::Timeout);
+    EXPECT_EQ(0, KXSER_UploadRecord(1, "{}"));
+    ASSERT_TRUE(KXWaitForReports(60000));
+    EXPECT_EQ(1u, Count(env.readLog(), "UploadRecordThread> <\"dwRes:10105\">"));
+    kxtest::ExpectLastErrorMarked();
+}
+
+// Every one of 1,000 reports fired at once is delivered, or its thread could
+// not start and the log says so.
+TEST(Records, ThousandReportsAtOnce) {
+    TempEnv env;
+    FakeTransport fake;
+    std::vector<std::thread> callers;
+    for (int t = 0; t < 4; ++t) {
+        callers.emplace_back([] {
+            for (int i = 0; i < 250; ++i) EXPECT_EQ(0, KXSER_UploadRecord(1, "{\"i\":1}"));
+        });
+    }
+    for (std::thread& t : callers) t.join();
+    ASSERT_TRUE(KXWaitForReports(120000));
+    EXPECT_EQ(1000u, fake.requestCount() + Count(env.readLog(), "<\"NULL == hThread\">"));
+}
+
+// A process that ends with reports in flight ends cleanly: none is answered,
+// the server never accepts.
+TEST(Records, ExitWithReportsInFlight) {
+    TempEnv env;
+    const int listener = ::socket(AF_INET, SOCK_STREAM, 0);
+    ASSERT_LE(0, listener);
+    sockaddr_in addr = {};
+    addr.sin_family = AF_INET;
+    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof addr;
+    ASSERT_EQ(0, ::bind(listener, reinterpret_cast<sockaddr*>(&addr), sizeof addr));
+    ASSERT_EQ(0, ::listen(listener, 1024));
+    ASSERT_EQ(0, ::getsockname(listener, reinterpret_cast<sockaddr*>(&addr), &size));
+    ASSERT_TRUE(env.set("KXServerApi", "ReportHostPort",
+                        "http://127.0.0.1:" + std::to_string(ntohs(addr.sin_port))));
+    EXPECT_EXIT(
+        {
+            for (int i = 0; i < 1000; ++i) KXSER_UploadRecord(i % 4, "{}");
+            std::exit(KXWaitForReports(0) ? 1 : 0);
+        },
+        ::testing::ExitedWithCode(0), "");
+    ::close(listener);
 }
