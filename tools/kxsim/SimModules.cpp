@@ -16,6 +16,8 @@ void InstallSealServer(Sim& sim);
 std::string SealServerConfig(const Sim& sim);
 void InstallPrintCtrlService(Sim& sim);
 std::string PrintCtrlServiceConfig(const Sim& sim);
+void InstallRecordsService(Sim& sim);
+std::string RecordsServiceConfig(const Sim& sim);
 
 const std::vector<Module>& Modules() {
     static const std::vector<Module> modules = {
@@ -26,6 +28,7 @@ const std::vector<Module>& Modules() {
         {"platform", InstallPlatformService, PlatformServiceConfig},
         {"seal-server", InstallSealServer, SealServerConfig},
         {"print-ctrl", InstallPrintCtrlService, PrintCtrlServiceConfig},
+        {"records", InstallRecordsService, RecordsServiceConfig},
     };
     return modules;
 }
