@@ -3,10 +3,10 @@
 // Reports in flight when the process exits (or the library unloads). Each
 // worker owns its work item, so it shares nothing with its caller. A count of
 // workers in flight lives in a gate that is never destroyed. When the library
-// unloads, the gate closes and waits for them, at most one second. A worker
-// looks at the gate before each step (configuration, request, log line): once
-// it is closed the worker ends at once, its report lost like any failed
-// delivery. A request already under way when the wait ends runs on only over
+// unloads, it waits for them, at most one second, and then closes the gate. A
+// worker looks at the gate before each step (configuration, request, log
+// line): once it is closed the worker ends at once, its report lost like any
+// failed delivery. A request already under way when the wait ends runs on only over
 // state that is never destroyed: the configuration store, the log and the
 // HTTP transport of the platform layer.
 #include <chrono>
@@ -42,11 +42,13 @@ public:
         std::lock_guard<std::mutex> lock(mutex_);
         return closed_;
     }
+    // Waits for the workers in flight; close then turns the rest away.
     bool Wait(long long timeoutMs, bool close) {
         std::unique_lock<std::mutex> lock(mutex_);
+        const bool idle = idle_.wait_for(lock, std::chrono::milliseconds(timeoutMs),
+                                         [this] { return inFlight_ == 0; });
         closed_ = closed_ || close;
-        return idle_.wait_for(lock, std::chrono::milliseconds(timeoutMs),
-                              [this] { return inFlight_ == 0; });
+        return idle;
     }
 
 private:

@@ -25,6 +25,11 @@ int CmdPrintQuery(const Args& args);
 int CmdPrintUpdate(const Args& args);
 int CmdPrintVerifySms(const Args& args);
 int CmdPrintOrg(const Args& args);
+int CmdRecordSave(const Args& args);
+int CmdEventUkey(const Args& args);
+int CmdReportSign(const Args& args);
+int CmdReportEncrypt(const Args& args);
+int CmdReportDecrypt(const Args& args);
 
 const std::vector<Command>& Commands() {
     static const std::vector<Command> commands = {
@@ -140,6 +145,20 @@ const std::vector<Command>& Commands() {
          {},
          CmdPrintVerifySms},
         {"print org", "--cert-sn SN", "the organisation code of a certificate", {}, CmdPrintOrg},
+        {"record save",
+         "--sign-data B64 --sign-value B64 [--type N] [--doc PATH] [--cert B64]",
+         "hands a sign record (type 1 by default; 3 takes --cert) to the seal plug-in",
+         {},
+         CmdRecordSave},
+        {"event ukey",
+         "[--ukey-sn SN] [--cert-sn SN] [--cert-cn CN]",
+         "posts a UKey event to [KXCertBase] eventCallBackUrl (an option left out is left "
+         "out of the event)",
+         {},
+         CmdEventUkey},
+        {"report sign", "JSON", "a usage report of a signing", {}, CmdReportSign},
+        {"report encrypt", "JSON", "a usage report of an encryption", {}, CmdReportEncrypt},
+        {"report decrypt", "JSON", "a usage report of a decryption", {}, CmdReportDecrypt},
     };
     return commands;
 }
