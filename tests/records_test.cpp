@@ -4,7 +4,6 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <regex>
 #include <string>
 
 #include "FakeTransport.h"
@@ -78,8 +77,7 @@ TEST(Records, SignRecordPerType) {
         "{\"recordType\":2,\"record\":{\"signDataB64\":\"D\",\"signValueB64\":\"V\"}}\n"
         "{\"recordType\":7,\"record\":{\"docName\":\"\xba\xcf\xcd\xac.ofd\",\"signDataB64\":"
         "\"D\",\"signValueB64\":\"V\"}}\n",
-        std::regex_replace(ReadFileText(env.dir() + "/r.jsonl"), std::regex("\"time\":[0-9]+,"),
-                           ""));
+        ReadFileText(env.dir() + "/r.jsonl"));
     // Loaded once: one Init line, none for the later calls.
     EXPECT_EQ(1u, Count(env.readLog(), "LoadKXSealApi::Init> <\"lRes:0\">"));
     EXPECT_EQ(8u, Count(env.readLog(), "KX_SaveSignRecord> <\"lRes:"));

@@ -1,11 +1,10 @@
 // A stand-in for the seal software's local plug-in, for tests and the demo:
 // it appends each sign record to a JSON-lines file, one line
-// {"recordType":N,"time":MS,"record":RECORD} per record, the record's bytes
+// {"recordType":N,"record":RECORD} per record, the record's bytes
 // as they came. The file is $KX_SEAL_RECORDS_FILE, else
 // $XDG_STATE_HOME/kxserverapi/sign-records.jsonl (else under ~/.local/state).
 #include <json/json.h>
 
-#include <chrono>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -55,11 +54,8 @@ long Save(int recordType, const char* json) {
     std::string record = json != nullptr ? json : "";
     while (!record.empty() && (record.back() == '\n' || record.back() == '\r')) record.pop_back();
     if (!IsObject(record)) return Fail(kNotAnObject, "the sign record is no JSON object");
-    const long long ms = std::chrono::duration_cast<std::chrono::milliseconds>(
-                             std::chrono::system_clock::now().time_since_epoch())
-                             .count();
-    const std::string line = "{\"recordType\":" + std::to_string(recordType) +
-                             ",\"time\":" + std::to_string(ms) + ",\"record\":" + record + "}\n";
+    const std::string line =
+        "{\"recordType\":" + std::to_string(recordType) + ",\"record\":" + record + "}\n";
     const std::string path = RecordsFile();
     FILE* out = std::fopen(path.c_str(), "a");
     if (out == nullptr)
