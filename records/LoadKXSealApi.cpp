@@ -29,6 +29,8 @@ LoadKXSealApi::~LoadKXSealApi() {
 }
 
 long LoadKXSealApi::Init() {
+    // Two first records on two threads load the plug-in once.
+    std::lock_guard<std::mutex> lock(loading_);
     if (hModule != nullptr) return KX_OK;
     const long code = KXGuard([&] {
         const std::wstring dir = directory_.empty() ? IWK_GetModulePathW(&kSelf) : directory_;

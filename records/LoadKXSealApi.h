@@ -2,7 +2,9 @@
 // instance, loaded on first use, freed when this library unloads.
 #pragma once
 
+#include <mutex>
 #include <string>
+#include <utility>
 
 // The plug-in's exports.
 typedef long (*KXSaveSignRecordExFn)(int recordType, const char* json);
@@ -22,6 +24,7 @@ public:
 
     // 0 when loaded (no log then if it already was); 10001 when the file or
     // an export is missing, with nothing kept, so the next call tries again.
+    // Safe on several threads at once.
     long Init();
     // The plug-in's code; for a code without a standard text the plug-in's
     // own text becomes the last error.
@@ -33,4 +36,5 @@ public:
 
 private:
     std::wstring directory_;
+    std::mutex loading_;
 };
