@@ -11,6 +11,7 @@ KXOnTransport RuleOf(KXReply reply) {
         case KXReply::ServiceEnvelope:
         case KXReply::OpenApi:
         case KXReply::Legacy:
+        case KXReply::None:
             return KXOnTransport::Unchanged;
         default:
             return KXOnTransport::Text;
@@ -170,7 +171,9 @@ void KXCall::Read() {
         // A URL byte that could not be sent is named whatever the operation
         // does with other failures: the caller must learn which one it was.
         const KXOnTransport rule =
-            result.errCode == KX_ERR_URL_BAD_CHAR ? KXOnTransport::Text : onTransport_;
+            result.errCode == KX_ERR_URL_BAD_CHAR && onTransport_ != KXOnTransport::Silent
+                ? KXOnTransport::Text
+                : onTransport_;
         if (rule == KXOnTransport::Text) IWK_SetLastError(result.errCode, result.msg);
         if (rule == KXOnTransport::Code) IWK_SetLastError(result.errCode);
         return;

@@ -54,6 +54,8 @@ enum class KXOnTransport {
     Text,       // IWK_SetLastError(code, transport text)
     Code,       // IWK_SetLastError(code): the code's standard text
     Unchanged,  // nothing
+    Silent,     // nothing, not even for a URL byte that cannot be sent: a
+                // report's own thread, whose last error nobody reads
 };
 
 class KXCall {

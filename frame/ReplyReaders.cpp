@@ -156,6 +156,8 @@ long KXReadReply(KXReply reply, KXReqResult& result, Json::Value& data) {
             return ReadCloudCheck(result.msg);
         case KXReply::PrintCtrl:
             return ParsePrintCtrlReply(result.msg, data);
+        case KXReply::None:
+            return KX_OK;
     }
     return KX_ERR_INVALID_VALUE;
 }

@@ -20,6 +20,7 @@ enum class KXReply {
     Legacy,           // the legacy authorization URL's {"errCode","msg","data"}
     CloudCheckXml,    // <result><retcode>N</retcode></result>: no data
     PrintCtrl,        // the print-control service's {"errCode","msg","data"}: data is "data"
+    None,             // not read: any accepted reply is success, no data
 };
 
 long KXReadReply(KXReply reply, KXReqResult& result, Json::Value& data);

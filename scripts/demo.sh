@@ -228,6 +228,34 @@ step "kxsim sends an SMS code" ok -- call KXPrintCtrl POST "/kxsim/sms/$CERT_SN"
 step "the right SMS code passes through the gateway" ok -- \
   print verify-sms --cert-sn "$CERT_SN" --code "$(value code)"
 
+# Records and reports: a sign record kept by the sample plug-in beside the
+# library, a UKey event and a usage report as kxsim received them.
+export KX_SEAL_RECORDS_FILE="$WORK/sign-records.jsonl"
+step "a sign record handed to the seal plug-in" ok -- \
+  record save --sign-data c2lnbmVkIGRhdGE= --sign-value c2lnbmF0dXJl --doc "$WORK/contract.txt"
+step "a certificate record without its certificate is refused" refused -- \
+  record save --type 3 --sign-data c2lnbmVkIGRhdGE= --sign-value c2lnbmF0dXJl
+STEP=$((STEP + 1))
+printf '\n== Step %d: the record as the sample plug-in stored it\n' "$STEP"
+if sed 's/^/   /' "$KX_SEAL_RECORDS_FILE" && grep -q '"docName":"contract.txt"' "$KX_SEAL_RECORDS_FILE"; then
+  printf -- '-- ok\n'
+else
+  printf -- '-- FAILED\n'
+  FAILED=$((FAILED + 1))
+fi
+step "a UKey event, posted to the configured event URL" ok -- \
+  event ukey --ukey-sn KXUKEY0001 --cert-sn 5A1B2C3D --cert-cn "Demo User"
+step "a usage report of the signing, sent without waiting for it" ok -- \
+  report sign '{"docName":"contract.txt","sealId":"seal-0001"}'
+step "what kxsim received: the event and the report with the library's keys" ok -- \
+  call KXSim GET /kxsim/records
+if ! grep -q '"ukeySN" : "KXUKEY0001"' "$WORK/out" ||
+  ! grep -q '"path" : "/v3/orbis/client/report/signLog"' "$WORK/out" ||
+  ! grep -q '"clientVersion" : "kxdemo-project:0.1.0"' "$WORK/out"; then
+  printf -- '-- FAILED (the event or the report did not arrive)\n'
+  FAILED=$((FAILED + 1))
+fi
+
 printf '\n'
 if [ $FAILED -eq 0 ]; then
   echo "demo: all $STEP steps did what they should"

@@ -67,6 +67,14 @@ enum class KXKey {
     serverUrl,
     // [MobileBIDShield]
     needUserAddress,
+    // [KXServerApi], [KXCertBase], [version]: records and reports
+    ReportHostPort,
+    ReportsignLog,
+    ReportEncryptLog,
+    ReportDecryptLog,
+    eventCallBackUrl,
+    version,
+    projectID,
     // "*": one server description, in whatever section the caller names
     SerType,
     Host,

@@ -27,7 +27,8 @@ bool GlobalSetUp(std::string& detail) {
     static const char* failure = nullptr;
     static CURLcode curlStatus = CURLE_OK;
     std::call_once(once, [] {
-        if (OPENSSL_init_ssl(0, nullptr) != 1) {
+        // No clean-up at exit either: a request may still run on another thread.
+        if (OPENSSL_init_ssl(OPENSSL_INIT_NO_ATEXIT, nullptr) != 1) {
             failure = "OpenSSL initialisation failed";
             return;
         }
@@ -293,7 +294,9 @@ public:
 
 }  // namespace
 
+// Never destroyed: a report's thread may still be inside a request while the
+// process ends.
 IKXTransport& kxhttp::CurlTransport() {
-    static LibcurlTransport transport;
-    return transport;
+    static LibcurlTransport* transport = new LibcurlTransport;
+    return *transport;
 }

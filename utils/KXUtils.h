@@ -223,6 +223,19 @@ KXUTILS_API long long IWK_GetMonotonicMs();
 KXUTILS_API std::string IWK_GetLanguageName();
 
 // ---------------------------------------------------------------------------
+// Modules loaded at run time (a plug-in). Wide paths are UTF-8 here.
+
+// The directory of the module that holds the address module (any address of
+// its code or data), ending in a path separator; empty when none holds it.
+KXUTILS_API std::wstring IWK_GetModulePathW(const void* module);
+// The module at path with its symbols bound; null when it cannot be loaded.
+KXUTILS_API void* IWK_LoadLibraryW(const wchar_t* path);
+// An export of a loaded module by name; null when it has none.
+KXUTILS_API void* IWK_GetProcAddress(void* module, const char* name);
+// Unloads a module of IWK_LoadLibraryW; null is ignored.
+KXUTILS_API void IWK_FreeLibrary(void* module);
+
+// ---------------------------------------------------------------------------
 // Log.
 
 #if defined(__GNUC__)

@@ -33,6 +33,11 @@ int CmdBidSignText(const Args& args);
 int CmdBidVerify(const Args& args);
 int CmdBidSeals(const Args& args);
 int CmdBidLogout(const Args& args);
+int CmdRecordSave(const Args& args);
+int CmdEventUkey(const Args& args);
+int CmdReportSign(const Args& args);
+int CmdReportEncrypt(const Args& args);
+int CmdReportDecrypt(const Args& args);
 
 const std::vector<Command>& Commands() {
     static const std::vector<Command> commands = {
@@ -192,6 +197,20 @@ const std::vector<Command>& Commands() {
          {"init"},
          CmdBidSeals},
         {"bid logout", "--token T", "ends the token of a BID login", {}, CmdBidLogout},
+        {"record save",
+         "--sign-data B64 --sign-value B64 [--type N] [--doc PATH] [--cert B64]",
+         "hands a sign record (type 1 by default; 3 takes --cert) to the seal plug-in",
+         {},
+         CmdRecordSave},
+        {"event ukey",
+         "[--ukey-sn SN] [--cert-sn SN] [--cert-cn CN]",
+         "posts a UKey event to [KXCertBase] eventCallBackUrl (an option left out is left "
+         "out of the event)",
+         {},
+         CmdEventUkey},
+        {"report sign", "JSON", "a usage report of a signing", {}, CmdReportSign},
+        {"report encrypt", "JSON", "a usage report of an encryption", {}, CmdReportEncrypt},
+        {"report decrypt", "JSON", "a usage report of a decryption", {}, CmdReportDecrypt},
     };
     return commands;
 }

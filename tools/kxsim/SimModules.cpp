@@ -18,6 +18,8 @@ void InstallPrintCtrlService(Sim& sim);
 std::string PrintCtrlServiceConfig(const Sim& sim);
 void InstallBidService(Sim& sim);
 std::string BidServiceConfig(const Sim& sim);
+void InstallRecordsService(Sim& sim);
+std::string RecordsServiceConfig(const Sim& sim);
 
 const std::vector<Module>& Modules() {
     static const std::vector<Module> modules = {
@@ -29,6 +31,7 @@ const std::vector<Module>& Modules() {
         {"seal-server", InstallSealServer, SealServerConfig},
         {"print-ctrl", InstallPrintCtrlService, PrintCtrlServiceConfig},
         {"bid", InstallBidService, BidServiceConfig},
+        {"records", InstallRecordsService, RecordsServiceConfig},
     };
     return modules;
 }

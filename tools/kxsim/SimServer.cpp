@@ -119,7 +119,9 @@ bool Sim::Start(std::string& error) {
         const bool signedService =
             req.path.compare(0, 4, "/v1/") == 0 ||
             (req.path.compare(0, 4, "/v3/") == 0 && req.path.compare(0, 13, "/v3/bid-sign/") != 0);
-        if (signedService && !CheckSignatureHead(req, res)) {
+        // Usage reports are the one /v3/ service that carries no head.
+        const bool report = req.path.compare(0, 24, "/v3/orbis/client/report/") == 0;
+        if (signedService && !report && !CheckSignatureHead(req, res)) {
             return httplib::Server::HandlerResponse::Handled;
         }
         return httplib::Server::HandlerResponse::Unhandled;

@@ -155,4 +155,16 @@ struct HardwareAddress {
 // the order the system lists them; empty when they cannot be listed.
 std::vector<HardwareAddress> HardwareAddresses();
 
+// ---------------------------------------------------------------------------
+// Modules (shared libraries loaded at run time)
+
+// The directory of the module that holds address, symbolic links resolved,
+// ending in '/'; empty when no module holds it.
+std::string ModuleDirOf(const void* address);
+// The module at path, loaded with its symbols bound now; null on failure.
+void* LoadModule(const std::string& path);
+// The address of an exported symbol; null when the module has none.
+void* ModuleSymbol(void* module, const char* name);
+void FreeModule(void* module);
+
 }  // namespace kxos

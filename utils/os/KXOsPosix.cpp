@@ -7,6 +7,7 @@
 #include <memory>
 
 #include <dirent.h>
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <ifaddrs.h>
 #include <linux/if_packet.h>
@@ -335,6 +336,35 @@ std::vector<HardwareAddress> HardwareAddresses() {
         found.push_back(address);
     }
     return found;
+}
+
+// ---------------------------------------------------------------------------
+// Modules
+
+std::string ModuleDirOf(const void* address) {
+    Dl_info info;
+    if (address == nullptr || ::dladdr(address, &info) == 0 || info.dli_fname == nullptr ||
+        info.dli_fname[0] == '\0') {
+        return std::string();
+    }
+    // The name the loader used may be relative or a link; the plug-in lies
+    // beside the real file.
+    const std::string dir = DirName(ResolvePath(info.dli_fname));
+    return dir == "/" ? dir : dir + "/";
+}
+
+void* LoadModule(const std::string& path) {
+    if (path.empty()) return nullptr;
+    return ::dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+}
+
+void* ModuleSymbol(void* module, const char* name) {
+    if (module == nullptr || name == nullptr) return nullptr;
+    return ::dlsym(module, name);
+}
+
+void FreeModule(void* module) {
+    if (module != nullptr) ::dlclose(module);
 }
 
 }  // namespace kxos
