@@ -17,8 +17,13 @@
 // ---------------------------------------------------------------------------
 // HTTP
 
-// Progress callback of the request calls; every caller passes null.
+// Progress callback of the request calls: download total, downloaded, upload
+// total, uploaded (0 while unknown); false aborts the request (10107).
 typedef bool (*KXProgressCallback)(long long, long long, long long, long long);
+// The callback of requests whose caller passes none (an application's
+// progress bar under operations that pass null); null for none. Returns the
+// one it replaces.
+KXUTILS_API KXProgressCallback IWK_SetDefaultProgress(KXProgressCallback progress);
 
 class KXUTILS_API CIWKHttp {
 public:
@@ -206,6 +211,14 @@ KXUTILS_API int IWK_JWTDecode(std::string token, std::string& payload);
 KXUTILS_API std::string IWK_WideCharToUtf8(const std::wstring& s);
 KXUTILS_API std::wstring IWK_Utf8ToWideChar(const std::string& s);
 KXUTILS_API std::string IWK_GetBaseName(const char* path);
+// A path's parts as the Windows runtime's _splitpath_s gives them, with both
+// '/' and '\\' as separators on every system: "C:" (a drive letter and colon,
+// or empty), the directory with its last separator, the name, and the
+// extension from the last dot of the last element on ("" when none).
+struct KXUTILS_API KXPathParts {
+    std::string drive, dir, name, ext;
+};
+KXUTILS_API KXPathParts IWK_SplitPath(const std::string& path);
 KXUTILS_API std::string IWK_DataTuomin(const std::string& text, const KX_TuoMinData* rules,
                                        int count);
 
