@@ -236,6 +236,27 @@ KXUTILS_API long long IWK_GetMonotonicMs();
 KXUTILS_API std::string IWK_GetLanguageName();
 
 // ---------------------------------------------------------------------------
+// Forwarding.
+
+// Performs the exchange a JSON envelope of length bytes describes, over
+// CIWKHttp: method "GET", "POST" or "PUT" from funcType, the complete URL from
+// funcName, the body from param (a GET has none), header lines from header
+// (empty, or JSON text {"httpHead":["Name: value",...]}), and, when the key is
+// there, a Content-Type line of contentType unless the lines name one.
+// reply gets {"errorCode":N,"result":"..."}: 0 with the reply text, or the
+// request's code with its text: a transport failure's class, or the HTTP
+// status of 300 and above with the reply (or the status text). Returns 0 when
+// reply was written; 10001, with reply untouched, for an envelope it cannot
+// read or a header line holding CR or LF. info is not used.
+KXUTILS_API long IWK_ServerForword(const char* data, size_t length, std::string& reply,
+                                   const _init_Info_s* info);
+typedef long (*KXForwarder)(const char* data, size_t length, std::string& reply,
+                            const _init_Info_s* info);
+// Installs another forwarding service (the suite's own, or a test's) in place
+// of the one above and returns the one it replaces; null puts it back.
+KXUTILS_API KXForwarder IWK_SetForwarder(KXForwarder forwarder);
+
+// ---------------------------------------------------------------------------
 // Log.
 
 #if defined(__GNUC__)

@@ -1,0 +1,310 @@
+// The certificate-keyed seal lists: the forward envelopes they write (through
+// an installed forwarder), their outcomes, the four reply readers; and the
+// in-process forwarder on the fake transport.
+#include <gtest/gtest.h>
+
+#include <deque>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "FakeTransport.h"
+#include "KXSealOpenApi.h"
+#include "KXUtils.h"
+#include "LastErrorProbe.h"
+#include "TempEnv.h"
+#include "frame/ReplyReaders.h"
+#include "seal/SealListParsers.h"
+
+using kxtest::LastError;
+using kxtest::MarkLastError;
+
+namespace {
+
+const std::string kGbk = "\xD6\xD0\xCE\xC4";
+const char kMarked[] = "-1 marker";
+
+// Records every envelope and answers the queued (code, reply) pairs; with
+// none queued, a reply envelope holding an empty server reply.
+struct Forwarder {
+    static std::vector<std::string> sent;
+    static std::deque<std::pair<long, std::string>> answers;
+    static long Serve(const char* data, size_t length, std::string& reply, const _init_Info_s*) {
+        sent.emplace_back(data, length);
+        if (answers.empty()) return 0;
+        const auto [code, text] = answers.front();
+        answers.pop_front();
+        if (code == 0) reply = text;
+        return code;
+    }
+};
+std::vector<std::string> Forwarder::sent;
+std::deque<std::pair<long, std::string>> Forwarder::answers;
+
+// A reply envelope around a server's reply.
+std::string Envelope(const std::string& server) {
+    Json::Value v(Json::objectValue);
+    v["errorCode"] = 0;
+    v["result"] = server;
+    return kxjson::Write(v);
+}
+
+std::string SealXml(int width) {
+    return IWK_Base64Encode(
+        "<Seal><SealInfo><esID>es</esID><PropertyInfo><name>n</name><cert>C</cert><type>1</type>"
+        "</PropertyInfo><PictrueInfo><data>P</data><type>png</type><width>" +
+        std::to_string(width) + "</width><height>" + std::to_string(width * 2) +
+        "</height></PictrueInfo></SealInfo></Seal>");
+}
+
+// sealId|width|height|sealDataType|certB64|sealData (data only for ASN.1 seals) of each seal.
+std::string Seals(const std::vector<_seal_Info_s>& seals) {
+    std::string out;
+    for (const _seal_Info_s& s : seals)
+        out += s.sealId + "|" + std::to_string(s.width) + "|" + std::to_string(s.height) + "|" +
+               std::to_string(s.sealDataType) + "|" + s.certB64 + "|" +
+               (s.sealId.empty() ? s.sealData : "") + ";";
+    return out;
+}
+
+class SealListTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        previous = IWK_SetForwarder(&Forwarder::Serve);
+        Forwarder::sent.clear();
+        Forwarder::answers.clear();
+        MarkLastError();
+    }
+    void TearDown() override { IWK_SetForwarder(previous); }
+
+    TempEnv env;
+    KXForwarder previous = nullptr;
+    std::vector<_seal_Info_s> seals;
+};
+
+}  // namespace
+
+TEST_F(SealListTest, EnvelopesCarryBodyHeaderLinesAndContentType) {
+    const std::string json = R"(\"Content-Type: application/json;charset=UTF-8\")";
+    const std::string ypt =
+        R"("param":"{\"algorithm\":\"SM2\",\"appId\":\")" + kGbk +
+        R"(\",\"certB64\":\"C\",\"mark\":3,\"originB64\":\"O\",\"signatureB64\":\"\",\"ukeyNum\":\"U\"}\n"})";
+    // configuration, function (0 YPT, 1 serial, 2 RBN), the envelopes sent
+    const std::vector<std::tuple<std::string, int, std::vector<std::string>>> cases = {
+        {"[KXSign]\nserverUrl=http://s\n[MobileShield]\nappId=" + kGbk + "\n",
+         0,
+         {R"({"funcName":"http://s/v1/orbis/ukey/integrate/getSealWithUser","funcType":"POST",)"
+          R"("header":"{\"httpHead\":[\"X-Vmark-Open-App-Id: )" +
+          kGbk + R"(\",)" + json + "]}\\n\"," + ypt + "\n"}},
+        // The dedicated URL wins, and the app id header stays away.
+        {"[KXSign]\nserverUrl=http://s\nTApiserverUrl=http://t\ngetSealWithUser=/y\n"
+         "[MobileShield]\nappId=" +
+             kGbk + "\n",
+         0,
+         {R"({"funcName":"http://t/y","funcType":"POST","header":"{\"httpHead\":[)" + json +
+          "]}\\n\"," + ypt + "\n"}},
+        {"[KXSign]\nserverUrl=http://s\nTApiserverUrl=\n[MobileShield]\nappId=" + kGbk + "\n",
+         0,
+         {R"({"funcName":"http://s/v1/orbis/ukey/integrate/getSealWithUser","funcType":"POST",)"
+          R"("header":"{\"httpHead\":[\"X-Vmark-Open-App-Id: )" +
+          kGbk + R"(\",)" + json + "]}\\n\"," + ypt + "\n"}},
+        {"[KXSign]\nserverUrl=http://s\n[MobileShield]\nappId=a\n",
+         1,
+         {R"({"contentType":"application/json","funcName":"http://s/integrate/getCertSealInfosBySn",)"
+          R"("funcType":"POST","header":"{\"httpHead\":[)" +
+          json + R"(]}\n","param":"{\"appId\":\"a\",\"certSn\":\"SN\"}\n"})" + "\n"}},
+        {"[KXSign]\nserverUrl=http://s\ngetCertSealInfosBySn=/sn\n",
+         1,
+         {R"({"contentType":"application/json","funcName":"http://s/sn","funcType":"POST",)"
+          R"("header":"","param":"{\"certSn\":\"SN\"}\n"})"
+          "\n"}},
+        {"[RbnSeal]\nserverUrl=http://r\nappId=ra\n[MobileShield]\nappId=no\n",
+         2,
+         {R"({"funcName":"http://r/v1/oauth/token","funcType":"GET",)"
+          R"("header":"{\"httpHead\":[\"appId: ra\"]}\n","param":""})"
+          "\n",
+          R"({"funcName":"http://r/v1/seal/getSealBySignCert","funcType":"POST",)"
+          R"("header":"{\"httpHead\":[\"accessToken: T1\",)" +
+              json + R"(]}\n","param":"{\"sealType\":2,\"signCert\":\"SC\",\"ukeySN\":\"\"}\n"})" +
+              "\n"}},
+        {"[RbnSeal]\nserverUrl=http://r\ngetToken=/t\n",
+         2,
+         {R"({"funcName":"http://r/t","funcType":"GET","header":"","param":""})"
+          "\n"}},
+    };
+    for (const auto& [config, function, expected] : cases) {
+        SCOPED_TRACE(config);
+        env.writeConfig(config);
+        Forwarder::sent.clear();
+        Forwarder::answers.clear();
+        // The token comes only where the app id is configured.
+        const bool token = config.find("appId=ra") != std::string::npos;
+        Forwarder::answers.push_back(
+            {0, Envelope(token ? R"({"code":0,"data":{"accessToken":"T1"}})" : R"({"code":0})")});
+        if (function == 0) KX_GetSealListByYPT("C", "U", "SM2", "O", nullptr, 3, seals, false);
+        if (function == 1) KX_GetSealListByCertSN("SN", seals);
+        if (function == 2) KX_GetSealListByCert_RBN("SC", nullptr, 2, seals);
+        EXPECT_EQ(expected, Forwarder::sent);
+    }
+}
+
+TEST_F(SealListTest, OutcomesBeforeAndAroundTheForward) {
+    env.writeConfig("[KXSign]\nserverUrl=http://s\n[RbnSeal]\nserverUrl=http://r\n");
+    const std::string list =
+        Envelope(R"({"code":0,"data":{"certB64":"CB","seals":[{"data":")" + SealXml(96) + "\"}]}}");
+    seals.resize(1);
+    // forward code and reply ("" for none), result, seals after, envelopes sent
+    const std::vector<std::tuple<long, std::string, long, size_t>> forwards = {
+        {10103, "", 10103, 1},
+        {0, "not json", 10001, 1},
+        {0, "[1]", 10001, 1},
+        {0, R"({"errorCode":"x"})", 10001, 1},
+        {0, R"({"errorCode":404,"result":"gone"})", 404, 1},
+        {0, list, 0, 2},
+    };
+    for (const auto& [code, reply, expected, count] : forwards) {
+        SCOPED_TRACE(reply);
+        Forwarder::answers.push_back({code, reply});
+        EXPECT_EQ(expected, KX_GetSealListByCertSN("SN", seals));
+        EXPECT_EQ(count, seals.size());  // appended, never cleared
+        EXPECT_EQ(kMarked, LastError());
+    }
+    EXPECT_EQ("|0|0|0||;es|96|192|0|CB|;", Seals(seals));
+
+    // Refused before any forward: required arguments, then the server URL.
+    EXPECT_EQ(10005, KX_GetSealListByYPT("C", nullptr, "", "O", nullptr, 0, seals, true));
+    EXPECT_EQ(10005, KX_GetSealListByCertSN(nullptr, seals));
+    EXPECT_EQ(10005, KX_GetSealListByCert_RBN("", nullptr, 0, seals));
+    env.writeConfig("[KXSign]\nTApiserverUrl=\n[RbnSeal]\nappId=a\n");
+    EXPECT_EQ(10076, KX_GetSealListByYPT("C", nullptr, "A", "O", nullptr, 0, seals, true));
+    EXPECT_EQ(10076, KX_GetSealListByCertSN("SN", seals));
+    EXPECT_EQ(10076, KX_GetSealListByCert_RBN(nullptr, "U", 0, seals));
+    EXPECT_EQ(6u, Forwarder::sent.size());
+
+    // RBN: an empty token ends with 0 before the list; a refused token with its code.
+    env.writeConfig("[RbnSeal]\nserverUrl=http://r\n");
+    Forwarder::sent.clear();
+    Forwarder::answers.push_back({0, Envelope(R"({"code":0,"message":"no data"})")});
+    EXPECT_EQ(0, KX_GetSealListByCert_RBN("SC", "U", 1, seals));
+    EXPECT_EQ("0 no data", LastError());
+    Forwarder::answers.push_back({0, Envelope(R"({"code":0,"data":{"other":1}})")});
+    EXPECT_EQ(0, KX_GetSealListByCert_RBN("SC", "U", 1, seals));
+    Forwarder::answers.push_back({0, Envelope(R"({"code":401,"message":"bad app"})")});
+    EXPECT_EQ(401, KX_GetSealListByCert_RBN("SC", "U", 1, seals));
+    EXPECT_EQ("401 bad app", LastError());
+    Forwarder::answers.push_back({0, Envelope(R"({"code":0,"data":{"accessToken":"T"}})")});
+    Forwarder::answers.push_back(
+        {0, Envelope(R"({"code":0,"data":[{"asnBase64":"ASN1"},{"x":1},{"asnBase64":"ASN2"}]})")});
+    EXPECT_EQ(0, KX_GetSealListByCert_RBN("SC", "U", 1, seals));
+    EXPECT_EQ(5u, Forwarder::sent.size());
+    EXPECT_EQ("|0|0|0||;es|96|192|0|CB|;|0|0|1||ASN1;|0|0|1||ASN2;", Seals(seals));
+}
+
+TEST(SealListReaders, OutcomeTables) {
+    const std::string good = SealXml(96), good2 = SealXml(100);
+    const std::string bad = IWK_Base64Encode("<Seal><SealInfo><esID>x</esID></SealInfo></Seal>");
+    // reader (0 list, 1 by serial, 2 RBN list, 3 token), reply, result|seals|last error
+    const std::vector<std::tuple<int, std::string, std::string>> cases = {
+        {0, "no json", "10003||-1 marker"},
+        {1, "[]", "10003||-1 marker"},
+        {2, R"({"code":[1]})", "10003||-1 marker"},
+        {3, R"({"code":7,"message":"m","data":{"accessToken":"T"}})", "7||7 m"},
+        {0, R"({"code":0,"message":"empty","data":{}})", "0||0 empty"},
+        {1, R"({"code":0,"data":[]})", "0||0 "},
+        {2, R"({"code":"9","message":"text code"})", "9||9 text code"},
+        {0, R"({"code":0,"data":{"sealList":{}}})", "10048||-1 marker"},
+        {1, R"({"code":0,"data":{"seals":[]}})", "10048||-1 marker"},
+        {2, R"({"code":0,"data":{"a":1}})", "10048||-1 marker"},
+        {0, R"({"code":0,"data":{"sealList":[{"data":""},{"x":1}]}})", "10048||-1 marker"},
+        {2, R"({"code":0,"data":[{"asnBase64":""}]})", "10048||-1 marker"},
+        // Millimetres: 96 px is 25, 100 is 26; the last element with data decides.
+        {0,
+         R"({"code":0,"data":{"sealList":[{"data":")" + good + R"("},{"data":")" + good2 +
+             R"("},{"data":")" + bad + R"("}]}})",
+         "10010|es|25|50|0||;es|26|52|0||;|-1 marker"},
+        // An ASN.1 seal whose XML fails is kept, still converted.
+        {0,
+         R"({"code":0,"data":{"sealList":[{"data":")" + bad +
+             R"(","sealDataType":1},{"data":""}]}})",
+         "0|x|0|0|1||;|-1 marker"},
+        {1,
+         R"({"code":0,"data":{"certB64":"CB","seals":[{"data":")" + bad + R"("},{"data":")" + good +
+             R"("},{"data":")" + bad + R"("}]}})",
+         "0|es|96|192|0|CB|;|-1 marker"},
+        {3, R"({"code":0,"data":{"accessToken":"T"}})", "0|T|-1 marker"},
+        {3, R"({"code":0,"data":{"accessToken":null}})", "0||-1 marker"},
+    };
+    for (const auto& [reader, reply, expected] : cases) {
+        SCOPED_TRACE(reply);
+        MarkLastError();
+        std::vector<_seal_Info_s> seals;
+        std::string token;
+        const long code = reader == 0   ? OnParseSealListRes(reply, seals, false)
+                          : reader == 1 ? OnParseSealListRes2(reply, seals)
+                          : reader == 2 ? OnParseRBNSealListRes(reply, seals)
+                                        : OnParseRBNTokenRes(reply, token);
+        EXPECT_EQ(expected, std::to_string(code) + "|" + token + Seals(seals) + "|" + LastError());
+    }
+    // keepPixels leaves the picture's size as it came.
+    std::vector<_seal_Info_s> kept;
+    OnParseSealListRes(R"({"code":0,"data":{"sealList":[{"data":")" + good2 + "\"}]}}", kept, true);
+    EXPECT_EQ("es|100|200|0||;", Seals(kept));
+}
+
+TEST(ServerForword, PerformsTheEnvelopeOverHttp) {
+    TempEnv env;
+    kxtest::FakeTransport fake;
+    auto forward = [](const std::string& envelope, std::string& reply) {
+        return IWK_ServerForword(envelope.data(), envelope.size(), reply, nullptr);
+    };
+    std::string reply;
+    fake.reply(200, "{\"code\":0}");
+    ASSERT_EQ(
+        0, forward(R"({"funcType":"POST","funcName":"http://f/p?q=1","param":"{\"a\":\")" + kGbk +
+                       R"(\"}","header":"{\"httpHead\":[\"X-A: 1\",\"accessToken: t\"]}",)"
+                       R"("contentType":"application/json"})",
+                   reply));
+    EXPECT_EQ(R"({"errorCode":0,"result":"{\"code\":0}"})"
+              "\n",
+              reply);
+    KXWireRequest sent = fake.lastRequest();
+    EXPECT_EQ("POST http://f/p?q=1 {\"a\":\"" + kGbk + "\"}",
+              sent.method + " " + sent.url + " " + sent.body);
+    EXPECT_EQ(
+        (std::vector<std::string>{"X-A: 1", "accessToken: t", "Content-Type: application/json"}),
+        sent.headers);
+    // A status of 300 and above, and a transport failure, come back as errorCode.
+    fake.reply(404, "gone");
+    ASSERT_EQ(
+        0, forward(R"({"funcType":"GET","funcName":"http://f/g","param":"","header":""})", reply));
+    EXPECT_EQ(R"({"errorCode":404,"result":"gone"})"
+              "\n",
+              reply);
+    EXPECT_EQ("GET", fake.lastRequest().method);
+    EXPECT_TRUE(fake.lastRequest().headers.empty());
+    fake.fail(kxtest::FakeTransport::Fault::Refused);
+    ASSERT_EQ(
+        0, forward(R"({"funcType":"POST","funcName":"http://f/p","param":"{}",)"
+                   R"("header":"{\"httpHead\":[\"Content-Type: text/x\"]}","contentType":"a/b"})",
+                   reply));
+    EXPECT_EQ(R"({"errorCode":10103,"result":"fake: connection refused"})"
+              "\n",
+              reply);
+    EXPECT_EQ(std::vector<std::string>{"Content-Type: text/x"}, fake.lastRequest().headers);
+
+    // Envelopes it cannot carry out as written: nothing is sent, reply untouched.
+    const size_t before = fake.requestCount();
+    for (
+        const std::string bad :
+        {"", "[]", R"({"funcType":"DELETE","funcName":"http://f/"})",
+         R"({"funcType":"GET","funcName":"http://f/","param":"{}"})",
+         R"({"funcType":"POST","funcName":"http://f/","header":"{\"httpHead\":\"X: 1\"}"})",
+         R"({"funcType":"POST","funcName":"http://f/","header":"{\"httpHead\":[\"X: 1\\r\\nY: 2\"]}"})",
+         R"({"funcType":"POST","funcName":"http://f/","contentType":"a\nX-Evil: 1"})"}) {
+        reply = "kept";
+        EXPECT_EQ(KX_ERR_INVALID_VALUE, forward(bad, reply)) << bad;
+        EXPECT_EQ("kept", reply);
+    }
+    EXPECT_EQ(KX_ERR_INVALID_VALUE, IWK_ServerForword(nullptr, 3, reply, nullptr));
+    EXPECT_EQ(before, fake.requestCount());
+}
