@@ -38,6 +38,14 @@ public:
     virtual long ReportSignResult(const char* timestamp, const char* docName, const char* docHash,
                                   const char* docContent, const char* signInfo, const char* certId,
                                   const char* sealId);
+    // Has the seal server turn the document at srcPath into a PDF stored at
+    // pdfPath. convertUrl, when not empty, is the complete conversion URL in
+    // place of the configured one (33030 when there is neither). A PostScript
+    // document may be asked for its dependent files from its directory. No
+    // login needed. The code of the last step: upload, reply, download.
+    virtual long Conv2PDF(const std::wstring& srcPath, const std::wstring& pdfPath,
+                          const std::wstring& convertUrl);
+
     long QueryPrintInfo(const std::string& sPrintID, int& iTotal, int& iRemain) override;
     long UpdatePrintInfo(const std::string& sPrintID, const int& iRemain) override;
 
@@ -50,6 +58,12 @@ protected:
     long OnReportSignResult(const std::string& text);
     long OnQueryPrintInfo(const std::string& text, int& iTotal, int& iRemain);
     long OnUpdatePrintInfo(const std::string& text);
+    // Posts the files a PostScript conversion asked for (res_file, ps_file of
+    // text) from dirPath to ps_conv.php beside the configured conversion URL;
+    // result gets the outcome. 10003 when text is no JSON.
+    long UploadPSConvDepFiles(const std::string& text, const std::string& dirPath,
+                              KXReqResult& result);
+    long OnConv2PDF(const std::string& text, std::string& pdfUrl);
 
 public:
     std::string strUserName;
