@@ -16,6 +16,10 @@ void InstallSealServer(Sim& sim);
 std::string SealServerConfig(const Sim& sim);
 void InstallPrintCtrlService(Sim& sim);
 std::string PrintCtrlServiceConfig(const Sim& sim);
+void InstallConvertService(Sim& sim);
+std::string ConvertServiceConfig(const Sim& sim);
+void InstallSealLists(Sim& sim);
+std::string SealListsConfig(const Sim& sim);
 
 const std::vector<Module>& Modules() {
     static const std::vector<Module> modules = {
@@ -26,6 +30,8 @@ const std::vector<Module>& Modules() {
         {"platform", InstallPlatformService, PlatformServiceConfig},
         {"seal-server", InstallSealServer, SealServerConfig},
         {"print-ctrl", InstallPrintCtrlService, PrintCtrlServiceConfig},
+        {"convert", InstallConvertService, ConvertServiceConfig},
+        {"seal-lists", InstallSealLists, SealListsConfig},
     };
     return modules;
 }
