@@ -22,7 +22,6 @@ using kxtest::MarkLastError;
 namespace {
 
 const std::string kGbk = "\xD6\xD0\xCE\xC4";
-const char kMarked[] = "-1 marker";
 
 // Records every envelope and answers the queued (code, reply) pairs; with
 // none queued, a reply envelope holding an empty server reply.
@@ -86,46 +85,42 @@ protected:
 
 TEST_F(SealListTest, EnvelopesCarryBodyHeaderLinesAndContentType) {
     const std::string json = R"(\"Content-Type: application/json;charset=UTF-8\")";
+    const std::string vmark = R"(\"X-Vmark-Open-App-Id: )" + kGbk + R"(\",)";
     const std::string ypt =
-        R"("param":"{\"algorithm\":\"SM2\",\"appId\":\")" + kGbk +
-        R"(\",\"certB64\":\"C\",\"mark\":3,\"originB64\":\"O\",\"signatureB64\":\"\",\"ukeyNum\":\"U\"}\n"})";
+        R"({"funcName":"URL","funcType":"POST","header":"{\"httpHead\":[)" + vmark + json +
+        R"(]}\n","param":"{\"algorithm\":\"SM2\",\"appId\":\")" + kGbk +
+        R"(\",\"certB64\":\"C\",\"mark\":3,\"originB64\":\"O\",\"signatureB64\":\"\",\"ukeyNum\":\"U\"}\n"})"
+        "\n";
+    auto with = [](std::string text, const std::string& what, const std::string& by) {
+        return text.replace(text.find(what), what.size(), by);
+    };
+    const std::string shared = with(ypt, "URL", "http://s/v1/orbis/ukey/integrate/getSealWithUser");
+    const std::string config = "[KXSign]\nserverUrl=http://s\n[MobileShield]\nappId=" + kGbk + "\n";
     // configuration, function (0 YPT, 1 serial, 2 RBN), the envelopes sent
     const std::vector<std::tuple<std::string, int, std::vector<std::string>>> cases = {
-        {"[KXSign]\nserverUrl=http://s\n[MobileShield]\nappId=" + kGbk + "\n",
-         0,
-         {R"({"funcName":"http://s/v1/orbis/ukey/integrate/getSealWithUser","funcType":"POST",)"
-          R"("header":"{\"httpHead\":[\"X-Vmark-Open-App-Id: )" +
-          kGbk + R"(\",)" + json + "]}\\n\"," + ypt + "\n"}},
+        {config, 0, {shared}},
+        {config + "[KXSign]\nTApiserverUrl=\n", 0, {shared}},
         // The dedicated URL wins, and the app id header stays away.
-        {"[KXSign]\nserverUrl=http://s\nTApiserverUrl=http://t\ngetSealWithUser=/y\n"
-         "[MobileShield]\nappId=" +
-             kGbk + "\n",
+        {config + "[KXSign]\nTApiserverUrl=http://t\ngetSealWithUser=/y\n",
          0,
-         {R"({"funcName":"http://t/y","funcType":"POST","header":"{\"httpHead\":[)" + json +
-          "]}\\n\"," + ypt + "\n"}},
-        {"[KXSign]\nserverUrl=http://s\nTApiserverUrl=\n[MobileShield]\nappId=" + kGbk + "\n",
-         0,
-         {R"({"funcName":"http://s/v1/orbis/ukey/integrate/getSealWithUser","funcType":"POST",)"
-          R"("header":"{\"httpHead\":[\"X-Vmark-Open-App-Id: )" +
-          kGbk + R"(\",)" + json + "]}\\n\"," + ypt + "\n"}},
+         {with(with(ypt, "URL", "http://t/y"), vmark, "")}},
         {"[KXSign]\nserverUrl=http://s\n[MobileShield]\nappId=a\n",
          1,
-         {R"({"contentType":"application/json","funcName":"http://s/integrate/getCertSealInfosBySn",)"
-          R"("funcType":"POST","header":"{\"httpHead\":[)" +
-          json + R"(]}\n","param":"{\"appId\":\"a\",\"certSn\":\"SN\"}\n"})" + "\n"}},
+         {R"({"contentType":"application/json","funcName":"http://s/integrate/getCertSealInfosBySn","funcType":"POST","header":"{\"httpHead\":[)" +
+          json +
+          R"(]}\n","param":"{\"appId\":\"a\",\"certSn\":\"SN\"}\n"})"
+          "\n"}},
         {"[KXSign]\nserverUrl=http://s\ngetCertSealInfosBySn=/sn\n",
          1,
-         {R"({"contentType":"application/json","funcName":"http://s/sn","funcType":"POST",)"
-          R"("header":"","param":"{\"certSn\":\"SN\"}\n"})"
+         {R"({"contentType":"application/json","funcName":"http://s/sn","funcType":"POST","header":"","param":"{\"certSn\":\"SN\"}\n"})"
           "\n"}},
         {"[RbnSeal]\nserverUrl=http://r\nappId=ra\n[MobileShield]\nappId=no\n",
          2,
-         {R"({"funcName":"http://r/v1/oauth/token","funcType":"GET",)"
-          R"("header":"{\"httpHead\":[\"appId: ra\"]}\n","param":""})"
+         {R"({"funcName":"http://r/v1/oauth/token","funcType":"GET","header":"{\"httpHead\":[\"appId: ra\"]}\n","param":""})"
           "\n",
-          R"({"funcName":"http://r/v1/seal/getSealBySignCert","funcType":"POST",)"
-          R"("header":"{\"httpHead\":[\"accessToken: T1\",)" +
-              json + R"(]}\n","param":"{\"sealType\":2,\"signCert\":\"SC\",\"ukeySN\":\"\"}\n"})" +
+          R"({"funcName":"http://r/v1/seal/getSealBySignCert","funcType":"POST","header":"{\"httpHead\":[\"accessToken: T1\",)" +
+              json +
+              R"(]}\n","param":"{\"sealType\":2,\"signCert\":\"SC\",\"ukeySN\":\"\"}\n"})"
               "\n"}},
         {"[RbnSeal]\nserverUrl=http://r\ngetToken=/t\n",
          2,
@@ -136,11 +131,10 @@ TEST_F(SealListTest, EnvelopesCarryBodyHeaderLinesAndContentType) {
         SCOPED_TRACE(config);
         env.writeConfig(config);
         Forwarder::sent.clear();
-        Forwarder::answers.clear();
         // The token comes only where the app id is configured.
         const bool token = config.find("appId=ra") != std::string::npos;
-        Forwarder::answers.push_back(
-            {0, Envelope(token ? R"({"code":0,"data":{"accessToken":"T1"}})" : R"({"code":0})")});
+        Forwarder::answers = {
+            {0, Envelope(token ? R"({"code":0,"data":{"accessToken":"T1"}})" : "{}")}};
         if (function == 0) KX_GetSealListByYPT("C", "U", "SM2", "O", nullptr, 3, seals, false);
         if (function == 1) KX_GetSealListByCertSN("SN", seals);
         if (function == 2) KX_GetSealListByCert_RBN("SC", nullptr, 2, seals);
@@ -167,7 +161,7 @@ TEST_F(SealListTest, OutcomesBeforeAndAroundTheForward) {
         Forwarder::answers.push_back({code, reply});
         EXPECT_EQ(expected, KX_GetSealListByCertSN("SN", seals));
         EXPECT_EQ(count, seals.size());  // appended, never cleared
-        EXPECT_EQ(kMarked, LastError());
+        EXPECT_EQ("-1 marker", LastError());
     }
     EXPECT_EQ("|0|0|0||;es|96|192|0|CB|;", Seals(seals));
 
@@ -187,8 +181,6 @@ TEST_F(SealListTest, OutcomesBeforeAndAroundTheForward) {
     Forwarder::answers.push_back({0, Envelope(R"({"code":0,"message":"no data"})")});
     EXPECT_EQ(0, KX_GetSealListByCert_RBN("SC", "U", 1, seals));
     EXPECT_EQ("0 no data", LastError());
-    Forwarder::answers.push_back({0, Envelope(R"({"code":0,"data":{"other":1}})")});
-    EXPECT_EQ(0, KX_GetSealListByCert_RBN("SC", "U", 1, seals));
     Forwarder::answers.push_back({0, Envelope(R"({"code":401,"message":"bad app"})")});
     EXPECT_EQ(401, KX_GetSealListByCert_RBN("SC", "U", 1, seals));
     EXPECT_EQ("401 bad app", LastError());
@@ -196,43 +188,43 @@ TEST_F(SealListTest, OutcomesBeforeAndAroundTheForward) {
     Forwarder::answers.push_back(
         {0, Envelope(R"({"code":0,"data":[{"asnBase64":"ASN1"},{"x":1},{"asnBase64":"ASN2"}]})")});
     EXPECT_EQ(0, KX_GetSealListByCert_RBN("SC", "U", 1, seals));
-    EXPECT_EQ(5u, Forwarder::sent.size());
+    EXPECT_EQ(4u, Forwarder::sent.size());
     EXPECT_EQ("|0|0|0||;es|96|192|0|CB|;|0|0|1||ASN1;|0|0|1||ASN2;", Seals(seals));
 }
 
 TEST(SealListReaders, OutcomeTables) {
-    const std::string good = SealXml(96), good2 = SealXml(100);
-    const std::string bad = IWK_Base64Encode("<Seal><SealInfo><esID>x</esID></SealInfo></Seal>");
+    // A reply of code 0 whose data holds the list under key (none: data is the list).
+    auto list = [](const std::string& key, const std::string& items) {
+        const std::string array = "[" + items + "]";
+        return R"({"code":0,"data":)" + (key.empty() ? array : "{" + key + array + "}") + "}";
+    };
+    const std::string good = "{\"data\":\"" + SealXml(96) + "\"}";
+    const std::string good2 = "{\"data\":\"" + SealXml(100) + "\"}";
+    const std::string bad = "{\"data\":\"" +
+                            IWK_Base64Encode("<Seal><SealInfo><esID>x</esID></SealInfo></Seal>") +
+                            "\"";
+    const std::string sealList = R"("sealList":)";
+    const std::string seals = R"("certB64":"CB","seals":)";
     // reader (0 list, 1 by serial, 2 RBN list, 3 token), reply, result|seals|last error
     const std::vector<std::tuple<int, std::string, std::string>> cases = {
         {0, "no json", "10003||-1 marker"},
-        {1, "[]", "10003||-1 marker"},
         {2, R"({"code":[1]})", "10003||-1 marker"},
         {3, R"({"code":7,"message":"m","data":{"accessToken":"T"}})", "7||7 m"},
         {0, R"({"code":0,"message":"empty","data":{}})", "0||0 empty"},
         {1, R"({"code":0,"data":[]})", "0||0 "},
         {2, R"({"code":"9","message":"text code"})", "9||9 text code"},
         {0, R"({"code":0,"data":{"sealList":{}}})", "10048||-1 marker"},
-        {1, R"({"code":0,"data":{"seals":[]}})", "10048||-1 marker"},
+        {1, list(seals, ""), "10048||-1 marker"},
         {2, R"({"code":0,"data":{"a":1}})", "10048||-1 marker"},
-        {0, R"({"code":0,"data":{"sealList":[{"data":""},{"x":1}]}})", "10048||-1 marker"},
-        {2, R"({"code":0,"data":[{"asnBase64":""}]})", "10048||-1 marker"},
+        {0, list(sealList, R"({"data":""},{"x":1})"), "10048||-1 marker"},
+        {2, list("", R"({"asnBase64":""})"), "10048||-1 marker"},
         // Millimetres: 96 px is 25, 100 is 26; the last element with data decides.
-        {0,
-         R"({"code":0,"data":{"sealList":[{"data":")" + good + R"("},{"data":")" + good2 +
-             R"("},{"data":")" + bad + R"("}]}})",
+        {0, list(sealList, good + "," + good2 + "," + bad + "}"),
          "10010|es|25|50|0||;es|26|52|0||;|-1 marker"},
         // An ASN.1 seal whose XML fails is kept, still converted.
-        {0,
-         R"({"code":0,"data":{"sealList":[{"data":")" + bad +
-             R"(","sealDataType":1},{"data":""}]}})",
-         "0|x|0|0|1||;|-1 marker"},
-        {1,
-         R"({"code":0,"data":{"certB64":"CB","seals":[{"data":")" + bad + R"("},{"data":")" + good +
-             R"("},{"data":")" + bad + R"("}]}})",
-         "0|es|96|192|0|CB|;|-1 marker"},
+        {0, list(sealList, bad + R"(,"sealDataType":1},{"data":""})"), "0|x|0|0|1||;|-1 marker"},
+        {1, list(seals, bad + "}," + good + "," + bad + "}"), "0|es|96|192|0|CB|;|-1 marker"},
         {3, R"({"code":0,"data":{"accessToken":"T"}})", "0|T|-1 marker"},
-        {3, R"({"code":0,"data":{"accessToken":null}})", "0||-1 marker"},
     };
     for (const auto& [reader, reply, expected] : cases) {
         SCOPED_TRACE(reply);
@@ -247,64 +239,50 @@ TEST(SealListReaders, OutcomeTables) {
     }
     // keepPixels leaves the picture's size as it came.
     std::vector<_seal_Info_s> kept;
-    OnParseSealListRes(R"({"code":0,"data":{"sealList":[{"data":")" + good2 + "\"}]}}", kept, true);
+    OnParseSealListRes(list(sealList, good2), kept, true);
     EXPECT_EQ("es|100|200|0||;", Seals(kept));
 }
 
 TEST(ServerForword, PerformsTheEnvelopeOverHttp) {
     TempEnv env;
     kxtest::FakeTransport fake;
-    auto forward = [](const std::string& envelope, std::string& reply) {
+    std::string reply;
+    auto forward = [&reply](const std::string& envelope) {
         return IWK_ServerForword(envelope.data(), envelope.size(), reply, nullptr);
     };
-    std::string reply;
-    fake.reply(200, "{\"code\":0}");
-    ASSERT_EQ(
-        0, forward(R"({"funcType":"POST","funcName":"http://f/p?q=1","param":"{\"a\":\")" + kGbk +
-                       R"(\"}","header":"{\"httpHead\":[\"X-A: 1\",\"accessToken: t\"]}",)"
-                       R"("contentType":"application/json"})",
-                   reply));
-    EXPECT_EQ(R"({"errorCode":0,"result":"{\"code\":0}"})"
-              "\n",
-              reply);
-    KXWireRequest sent = fake.lastRequest();
-    EXPECT_EQ("POST http://f/p?q=1 {\"a\":\"" + kGbk + "\"}",
-              sent.method + " " + sent.url + " " + sent.body);
-    EXPECT_EQ(
-        (std::vector<std::string>{"X-A: 1", "accessToken: t", "Content-Type: application/json"}),
-        sent.headers);
-    // A status of 300 and above, and a transport failure, come back as errorCode.
-    fake.reply(404, "gone");
-    ASSERT_EQ(
-        0, forward(R"({"funcType":"GET","funcName":"http://f/g","param":"","header":""})", reply));
-    EXPECT_EQ(R"({"errorCode":404,"result":"gone"})"
-              "\n",
-              reply);
-    EXPECT_EQ("GET", fake.lastRequest().method);
-    EXPECT_TRUE(fake.lastRequest().headers.empty());
-    fake.fail(kxtest::FakeTransport::Fault::Refused);
-    ASSERT_EQ(
-        0, forward(R"({"funcType":"POST","funcName":"http://f/p","param":"{}",)"
-                   R"("header":"{\"httpHead\":[\"Content-Type: text/x\"]}","contentType":"a/b"})",
-                   reply));
-    EXPECT_EQ(R"({"errorCode":10103,"result":"fake: connection refused"})"
-              "\n",
-              reply);
-    EXPECT_EQ(std::vector<std::string>{"Content-Type: text/x"}, fake.lastRequest().headers);
-
+    const std::string post =
+        R"({"funcType":"POST","funcName":"http://f/p","param":"{\"a\":\")" + kGbk + R"(\"}",)";
+    // envelope, status (0: refused), reply envelope, header lines of the request
+    const std::vector<std::tuple<std::string, int, std::string, std::string>> cases = {
+        {post + R"("header":"{\"httpHead\":[\"X-A: 1\",\"B: 2\"]}","contentType":"a/b"})", 200,
+         R"({"errorCode":0,"result":"ok"})", "X-A: 1|B: 2|Content-Type: a/b|"},
+        // A status of 300 and above comes back as errorCode, with the reply.
+        {R"({"funcType":"GET","funcName":"http://f/p","param":"","header":""})", 404,
+         R"({"errorCode":404,"result":"ok"})", ""},
+        {post + R"("header":"{\"httpHead\":[\"Content-Type: t/x\"]}","contentType":"a/b"})", 0,
+         R"({"errorCode":10103,"result":"fake: connection refused"})", "Content-Type: t/x|"},
+    };
+    for (const auto& [envelope, status, expected, headers] : cases) {
+        status ? fake.reply(status, "ok") : fake.fail(kxtest::FakeTransport::Fault::Refused);
+        ASSERT_EQ(0, forward(envelope));
+        EXPECT_EQ(expected + "\n", reply);
+        const KXWireRequest sent = fake.lastRequest();
+        std::string lines;
+        for (const std::string& line : sent.headers) lines += line + "|";
+        EXPECT_EQ(headers, lines);
+        EXPECT_EQ(sent.method == "GET" ? "" : "{\"a\":\"" + kGbk + "\"}", sent.body);
+    }
     // Envelopes it cannot carry out as written: nothing is sent, reply untouched.
-    const size_t before = fake.requestCount();
-    for (
-        const std::string bad :
-        {"", "[]", R"({"funcType":"DELETE","funcName":"http://f/"})",
-         R"({"funcType":"GET","funcName":"http://f/","param":"{}"})",
-         R"({"funcType":"POST","funcName":"http://f/","header":"{\"httpHead\":\"X: 1\"}"})",
-         R"({"funcType":"POST","funcName":"http://f/","header":"{\"httpHead\":[\"X: 1\\r\\nY: 2\"]}"})",
-         R"({"funcType":"POST","funcName":"http://f/","contentType":"a\nX-Evil: 1"})"}) {
+    for (const std::string bad :
+         {"", R"({"funcType":"DELETE","funcName":"http://f/"})",
+          R"({"funcType":"GET","funcName":"http://f/","param":"{}"})",
+          R"({"funcType":"POST","header":"{\"httpHead\":\"X: 1\"}"})",
+          R"({"funcType":"POST","header":"{\"httpHead\":[\"X: 1\\r\\nY: 2\"]}"})",
+          R"({"funcType":"POST","contentType":"a\nX-Evil: 1"})"}) {
         reply = "kept";
-        EXPECT_EQ(KX_ERR_INVALID_VALUE, forward(bad, reply)) << bad;
+        EXPECT_EQ(KX_ERR_INVALID_VALUE, forward(bad)) << bad;
         EXPECT_EQ("kept", reply);
     }
     EXPECT_EQ(KX_ERR_INVALID_VALUE, IWK_ServerForword(nullptr, 3, reply, nullptr));
-    EXPECT_EQ(before, fake.requestCount());
+    EXPECT_EQ(3u, fake.requestCount());
 }
