@@ -72,19 +72,42 @@ std::string Line(const RecordedRequest& req, std::initializer_list<const char*> 
     return out;
 }
 
-// A TCP socket bound to a free port of 127.0.0.1, and the URL of that port;
-// connections to it are refused until it listens.
-int BoundSocket(std::string* url) {
-    const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in addr{};
-    addr.sin_family = AF_INET;
-    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof addr;
-    ::bind(fd, reinterpret_cast<sockaddr*>(&addr), length);
-    ::getsockname(fd, reinterpret_cast<sockaddr*>(&addr), &length);
-    *url = "http://127.0.0.1:" + std::to_string(ntohs(addr.sin_port)) + "/raw";
-    return fd;
-}
+// A TCP socket on a free port of 127.0.0.1 that answers one connection with
+// fixed bytes once the request's head arrived; unless it listens, connections
+// to it are refused.
+class OneReply {
+public:
+    explicit OneReply(const std::string& reply, bool listens = true) {
+        fd_ = ::socket(AF_INET, SOCK_STREAM, 0);
+        sockaddr_in addr{};
+        addr.sin_family = AF_INET;
+        addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t length = sizeof addr;
+        ::bind(fd_, reinterpret_cast<sockaddr*>(&addr), length);
+        ::getsockname(fd_, reinterpret_cast<sockaddr*>(&addr), &length);
+        url = "http://127.0.0.1:" + std::to_string(ntohs(addr.sin_port)) + "/raw";
+        if (listens) ::listen(fd_, 1);
+        thread_ = std::thread([this, reply] {
+            const int fd = ::accept(fd_, nullptr, nullptr);  // -1 unless listening
+            std::string request;
+            char buffer[4096];
+            for (ssize_t n = 1; n > 0 && request.find("\r\n\r\n") == std::string::npos;)
+                if ((n = ::recv(fd, buffer, sizeof buffer, 0)) > 0) request.append(buffer, n);
+            (void)::send(fd, reply.data(), reply.size(), MSG_NOSIGNAL);
+            ::close(fd);
+        });
+    }
+    ~OneReply() {
+        ::shutdown(fd_, SHUT_RDWR);
+        thread_.join();
+        ::close(fd_);
+    }
+    std::string url;
+
+private:
+    int fd_;
+    std::thread thread_;
+};
 
 }  // namespace
 
@@ -208,22 +231,10 @@ TEST_F(HttpTest, SocketFailuresMapToTheirCodes) {
         {"HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\nshort", "10107|HTTP/1.1 200 OK"},
     };
     for (const auto& [reply, expected] : replies) {
-        std::string url;
-        const int listener = BoundSocket(&url);
-        if (reply != kRefuse) ::listen(listener, 1);
-        std::thread server([&, listener] {
-            const int fd = ::accept(listener, nullptr, nullptr);  // -1 unless listening
-            std::string request;
-            char buffer[4096];
-            for (ssize_t n = 1; n > 0 && request.find("\r\n\r\n") == std::string::npos;)
-                if ((n = ::recv(fd, buffer, sizeof buffer, 0)) > 0) request.append(buffer, n);
-            (void)::send(fd, reply.data(), reply.size(), MSG_NOSIGNAL);
-            ::close(fd);
-        });
-        reply.empty() ? post(url, "{}") : get(url);
-        ::shutdown(listener, SHUT_RDWR);
-        server.join();
-        ::close(listener);
+        {
+            const OneReply server(reply, reply != kRefuse);
+            reply.empty() ? post(server.url, "{}") : get(server.url);
+        }
         EXPECT_EQ(expected, failure()) << reply.substr(0, 30);
     }
 }
@@ -300,20 +311,10 @@ TEST_F(HttpTest, MultipartUploadsAndDownloadsToFiles) {
     // A reply cut short: no file where there was none, the old one untouched.
     for (const bool existing : {true, false}) {
         if (!existing) fs::remove(target);
-        std::string url;
-        const int listener = BoundSocket(&url);
-        ::listen(listener, 1);
-        std::thread cut([listener] {
-            const int fd = ::accept(listener, nullptr, nullptr);
-            char buffer[4096];
-            (void)::recv(fd, buffer, sizeof buffer, 0);
-            const std::string reply = "HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\n%PDF-cut";
-            (void)::send(fd, reply.data(), reply.size(), MSG_NOSIGNAL);
-            ::close(fd);
-        });
-        EXPECT_EQ(KX_ERR_HTTP_TRANSPORT, download(url));
-        cut.join();
-        ::close(listener);
+        {
+            const OneReply cut("HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\n%PDF-cut");
+            EXPECT_EQ(KX_ERR_HTTP_TRANSPORT, download(cut.url));
+        }
         EXPECT_EQ(existing ? pdf : "", ReadFileText(target));
         EXPECT_EQ(existing, fs::exists(target));
     }
