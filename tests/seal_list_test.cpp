@@ -23,13 +23,15 @@ namespace {
 
 const std::string kGbk = "\xD6\xD0\xCE\xC4";
 
-// Records every envelope and answers the queued (code, reply) pairs; with
-// none queued, a reply envelope holding an empty server reply.
+// Records every envelope (without the line feed it must end in) and answers
+// the queued (code, reply) pairs; with none queued, 0 and no reply.
 struct Forwarder {
     static std::vector<std::string> sent;
     static std::deque<std::pair<long, std::string>> answers;
     static long Serve(const char* data, size_t length, std::string& reply, const _init_Info_s*) {
-        sent.emplace_back(data, length);
+        const std::string envelope(data, length);
+        sent.push_back(!envelope.empty() && envelope.back() == '\n' ? envelope.substr(0, length - 1)
+                                                                    : "no line feed");
         if (answers.empty()) return 0;
         const auto [code, text] = answers.front();
         answers.pop_front();
@@ -89,8 +91,7 @@ TEST_F(SealListTest, EnvelopesCarryBodyHeaderLinesAndContentType) {
     const std::string ypt =
         R"({"funcName":"URL","funcType":"POST","header":"{\"httpHead\":[)" + vmark + json +
         R"(]}\n","param":"{\"algorithm\":\"SM2\",\"appId\":\")" + kGbk +
-        R"(\",\"certB64\":\"C\",\"mark\":3,\"originB64\":\"O\",\"signatureB64\":\"\",\"ukeyNum\":\"U\"}\n"})"
-        "\n";
+        R"(\",\"certB64\":\"C\",\"mark\":3,\"originB64\":\"O\",\"signatureB64\":\"\",\"ukeyNum\":\"U\"}\n"})";
     auto with = [](std::string text, const std::string& what, const std::string& by) {
         return text.replace(text.find(what), what.size(), by);
     };
@@ -107,25 +108,18 @@ TEST_F(SealListTest, EnvelopesCarryBodyHeaderLinesAndContentType) {
         {"[KXSign]\nserverUrl=http://s\n[MobileShield]\nappId=a\n",
          1,
          {R"({"contentType":"application/json","funcName":"http://s/integrate/getCertSealInfosBySn","funcType":"POST","header":"{\"httpHead\":[)" +
-          json +
-          R"(]}\n","param":"{\"appId\":\"a\",\"certSn\":\"SN\"}\n"})"
-          "\n"}},
+          json + R"(]}\n","param":"{\"appId\":\"a\",\"certSn\":\"SN\"}\n"})"}},
         {"[KXSign]\nserverUrl=http://s\ngetCertSealInfosBySn=/sn\n",
          1,
-         {R"({"contentType":"application/json","funcName":"http://s/sn","funcType":"POST","header":"","param":"{\"certSn\":\"SN\"}\n"})"
-          "\n"}},
+         {R"({"contentType":"application/json","funcName":"http://s/sn","funcType":"POST","header":"","param":"{\"certSn\":\"SN\"}\n"})"}},
         {"[RbnSeal]\nserverUrl=http://r\nappId=ra\n[MobileShield]\nappId=no\n",
          2,
-         {R"({"funcName":"http://r/v1/oauth/token","funcType":"GET","header":"{\"httpHead\":[\"appId: ra\"]}\n","param":""})"
-          "\n",
+         {R"({"funcName":"http://r/v1/oauth/token","funcType":"GET","header":"{\"httpHead\":[\"appId: ra\"]}\n","param":""})",
           R"({"funcName":"http://r/v1/seal/getSealBySignCert","funcType":"POST","header":"{\"httpHead\":[\"accessToken: T1\",)" +
-              json +
-              R"(]}\n","param":"{\"sealType\":2,\"signCert\":\"SC\",\"ukeySN\":\"\"}\n"})"
-              "\n"}},
+              json + R"(]}\n","param":"{\"sealType\":2,\"signCert\":\"SC\",\"ukeySN\":\"\"}\n"})"}},
         {"[RbnSeal]\nserverUrl=http://r\ngetToken=/t\n",
          2,
-         {R"({"funcName":"http://r/t","funcType":"GET","header":"","param":""})"
-          "\n"}},
+         {R"({"funcName":"http://r/t","funcType":"GET","header":"","param":""})"}},
     };
     for (const auto& [config, function, expected] : cases) {
         SCOPED_TRACE(config);
