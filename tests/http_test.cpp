@@ -246,12 +246,10 @@ TEST_F(HttpTest, MultipartUploadsAndDownloadsToFiles) {
     const std::string dir = env.dir() + "/files";
     fs::create_directory(dir);
     const std::string binary = "%!PS\n" + kGbk + std::string("\0\xFF", 2);
-    auto write = [&](const std::string& name, const std::string& text) {
+    for (const auto& [name, text] : {std::pair<std::string, std::string>{"doc.ps", binary},
+                                     {"font.ttf", "FONT"},
+                                     {"page.eps", "EPS"}})
         std::ofstream(dir + "/" + name, std::ios::binary) << text;
-    };
-    write("doc.ps", binary);
-    write("font.ttf", "FONT");
-    write("page.eps", "EPS");
     auto upload = [&](const std::string& body, const std::string& path) {
         return CIWKHttp::Post(server.url("/up"), body, "", &result, HTTP_CONTENT_MULTIPART,
                               HTTP_REQ_PLAIN, nullptr, path.c_str(), nullptr);
@@ -293,7 +291,7 @@ TEST_F(HttpTest, MultipartUploadsAndDownloadsToFiles) {
     auto download = [&](const std::string& url, KXProgressCallback cb = nullptr) {
         return CIWKHttp::Get(url, params, "", &result, HTTP_REQ_DOWNLOAD, cb);
     };
-    write("out.pdf", "OLD");
+    std::ofstream(target) << "OLD";
     goOn = false;
     EXPECT_EQ(KX_ERR_HTTP_TRANSPORT, download(server.url("/pdf"), progress));
     EXPECT_EQ("OLD", ReadFileText(target));

@@ -44,10 +44,7 @@ std::deque<std::pair<long, std::string>> Forwarder::answers;
 
 // A reply envelope around a server's reply.
 std::string Envelope(const std::string& server) {
-    Json::Value v(Json::objectValue);
-    v["errorCode"] = 0;
-    v["result"] = server;
-    return kxjson::Write(v);
+    return R"({"errorCode":0,"result":)" + Json::valueToQuotedString(server.c_str()) + "}";
 }
 
 std::string SealXml(int width) {
