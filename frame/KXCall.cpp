@@ -131,13 +131,20 @@ bool KXCall::PostMultipart(std::string fields, std::string filePath) {
     return Send(HTTP_FUNC_POST, HTTP_CONTENT_MULTIPART, std::move(fields));
 }
 
+bool KXCall::Download(std::string params) {
+    params_ = std::move(params);
+    download_ = true;
+    return Send(HTTP_FUNC_GET, HTTP_CONTENT_JSON, std::string());
+}
+
 bool KXCall::Send(HTTPFuncType verb, HTTPContentType type, std::string body) {
     if (lRes != KX_OK) return false;
     const std::string head = MakeHead(verb, body);
     const char* file = filePath_.empty() ? nullptr : filePath_.c_str();
     switch (verb) {
         case HTTP_FUNC_GET:
-            CIWKHttp::Get(url, "", head, result_, HTTP_REQ_PLAIN, nullptr);
+            CIWKHttp::Get(url, params_, head, result_,
+                          download_ ? HTTP_REQ_DOWNLOAD : HTTP_REQ_PLAIN, nullptr);
             break;
         case HTTP_FUNC_POST:
             CIWKHttp::Post(url, std::move(body), head, result_, type, HTTP_REQ_PLAIN, nullptr, file,
@@ -160,6 +167,26 @@ bool KXCall::Send(HTTPFuncType verb, HTTPContentType type, std::string body) {
     return lRes == KX_OK;
 }
 
+bool KXCall::Forward(const Json::Value& envelope) {
+    if (lRes != KX_OK) return false;
+    const std::string text = kxjson::Write(envelope);
+    std::string reply;
+    const long code = IWK_ServerForword(text.data(), text.size(), reply, nullptr);
+    KXReqResult& result = *result_;
+    result.errCode = static_cast<int>(code);
+    result.msg = reply;
+    transportFailed_ = code != KX_OK;
+    data = Json::Value();
+    if (transportFailed_) return Refuse(code);
+    std::string inner;
+    lRes = KXReadForwardReply(reply, inner);
+    if (lRes != KX_OK) return false;
+    KXReqResult innerResult;
+    innerResult.msg = inner;
+    lRes = handler_ ? handler_(inner) : KXReadReply(reply_, innerResult, data);
+    return lRes == KX_OK;
+}
+
 // The one place where a request's outcome becomes the operation's code and
 // last error.
 void KXCall::Read() {
@@ -178,5 +205,9 @@ void KXCall::Read() {
         if (rule == KXOnTransport::Code) IWK_SetLastError(result.errCode);
         return;
     }
-    lRes = handler_ ? handler_(result.msg) : KXReadReply(reply_, result, data);
+    // A download's reply is in its file: nothing to read.
+    if (download_)
+        lRes = KX_OK;
+    else
+        lRes = handler_ ? handler_(result.msg) : KXReadReply(reply_, result, data);
 }

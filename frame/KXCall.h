@@ -154,7 +154,16 @@ public:
     // A multipart upload: fields is the JSON text of the form fields, filePath
     // the file (or directory) sent with them; no head goes with it.
     bool PostMultipart(std::string fields, std::string filePath);
+    // A GET whose 2xx reply goes to the file that the "fileName" key of
+    // params names (request type 3); no reply text to read.
+    bool Download(std::string params);
     bool Send(HTTPFuncType verb, HTTPContentType type, std::string body);
+    // Hands a forward envelope (written by the one compact writer) to
+    // IWK_ServerForword instead of sending a request. Its failure, a reply
+    // envelope that is no JSON object (10001) and a non-zero errorCode end
+    // the call with their code and no last error; else the server's reply
+    // text goes to the reader.
+    bool Forward(const Json::Value& envelope);
 
     // Ends the operation with a local code: no request, no last error.
     // Always false.
@@ -200,5 +209,7 @@ private:
     std::function<long(const std::string&)> handler_;
     std::string filePath_;
     std::vector<std::pair<long, long>> maps_;
+    std::string params_;
+    bool download_ = false;
     bool transportFailed_ = false;
 };

@@ -140,6 +140,16 @@ long ParsePrintCtrlReply(const std::string& text, Json::Value& data) {
     return code;
 }
 
+long KXReadForwardReply(const std::string& reply, std::string& text) {
+    Json::Value root;
+    if (!kxjson::Parse(reply, root) || !root.isObject()) return KX_ERR_INVALID_VALUE;
+    const Json::Value& errorCode = kxjson::Member(root, "errorCode");
+    int code = 0;
+    if (!errorCode.isNull() && !kxjson::Int(errorCode, code)) return KX_ERR_INVALID_VALUE;
+    if (code == 0) text = kxjson::String(root, "result");
+    return code;
+}
+
 long KXReadReply(KXReply reply, KXReqResult& result, Json::Value& data) {
     switch (reply) {
         case KXReply::CodeEnvelope:

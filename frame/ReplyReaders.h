@@ -34,6 +34,11 @@ long ParseOpenApiReply(const std::string& text, Json::Value& root);
 // msg, empty or not. On 0 data gets "data", null when there is none.
 long ParsePrintCtrlReply(const std::string& text, Json::Value& data);
 
+// The reply envelope of IWK_ServerForword, {"errorCode":N,"result":"..."}:
+// 10001 when it is no JSON object or errorCode is no integer (absent counts
+// as 0); a non-zero errorCode is the code; on 0 text gets result.
+long KXReadForwardReply(const std::string& reply, std::string& text);
+
 // An integer counts as itself, null (an absent key) as 0, text by its leading
 // decimal number (so "401" is 401 and text without digits is 0). Anything
 // else, or a number outside int range, is unusable: false.

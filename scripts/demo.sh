@@ -205,6 +205,42 @@ step "prints left of a document, at the seal-management server" ok -- \
 step "one print used: the number left written back" ok -- \
   seal print-count set print-0001 4 --user demo --password demo-password
 
+# Document conversion at the seal server, then the seal certificate's seals
+# from three services.
+# pdf_step TITLE FILE TEXT: FILE is a PDF whose page shows TEXT
+pdf_step() {
+  STEP=$((STEP + 1))
+  printf '\n== Step %d: %s\n' "$STEP" "$1"
+  if [ "$(head -c 5 "$2" 2>/dev/null)" = "%PDF-" ] && grep -qF "($3) Tj" "$2"; then
+    head -c 8 "$2" | sed 's/^/   /'
+    printf '\n-- ok\n'
+  else
+    printf -- '-- FAILED (no PDF showing "%s")\n' "$3"
+    FAILED=$((FAILED + 1))
+  fi
+}
+printf 'Minutes of the demo meeting.\nAgreed: the contract is sealed.\n' >"$WORK/minutes.txt"
+mkdir -p "$WORK/ps"
+printf '%%!PS-Adobe-3.0\n%%%%IncludeFile: logo.eps\n72 720 moveto (Sealed copy) show showpage\n' \
+  >"$WORK/ps/notice.ps"
+printf '%%!PS-Adobe-3.0 EPSF-3.0\n%%%%BoundingBox: 0 0 10 10\n' >"$WORK/ps/logo.eps"
+step "convert a text document to PDF at the seal server" ok -- \
+  convert "$WORK/minutes.txt" "$WORK/minutes.pdf"
+pdf_step "the result is a PDF with the document's text" "$WORK/minutes.pdf" "Minutes of the demo meeting."
+step "convert a PostScript document: the server asks for logo.eps, which follows from its folder" ok -- \
+  convert "$WORK/ps/notice.ps" "$WORK/notice.pdf"
+pdf_step "the result is a PDF that names the dependent file" "$WORK/notice.pdf" "[logo.eps: 49 bytes]"
+step "a document that is not there: nothing is sent" refused -- \
+  convert "$WORK/absent.txt" "$WORK/absent.pdf"
+step "the seal certificate's seals at the integrate service, by certificate" ok -- \
+  seals by-cert --ypt --cert "$WORK/seal-cert.pem"
+step "the same seals by the certificate's serial number" ok -- \
+  seals by-cert --sn --cert "$WORK/seal-cert.pem"
+step "the same seals from the sister seal service, after its access token (ASN.1 seals)" ok -- \
+  seals by-cert --rbn --cert "$WORK/seal-cert.pem"
+step "a certificate of another CA has no seals" refused -- \
+  seals by-cert --sn --cert "$WORK/stranger.pem"
+
 # Print control at the print-control service: a file registered for the
 # encryption certificates of two accounts, one print, and SMS checks.
 # value KEY: a string value of the last step's output

@@ -10,6 +10,8 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <filesystem>
+#include <fstream>
 #include <thread>
 #include <tuple>
 
@@ -70,19 +72,42 @@ std::string Line(const RecordedRequest& req, std::initializer_list<const char*> 
     return out;
 }
 
-// A TCP socket bound to a free port of 127.0.0.1, and the URL of that port;
-// connections to it are refused until it listens.
-int BoundSocket(std::string* url) {
-    const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in addr{};
-    addr.sin_family = AF_INET;
-    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof addr;
-    ::bind(fd, reinterpret_cast<sockaddr*>(&addr), length);
-    ::getsockname(fd, reinterpret_cast<sockaddr*>(&addr), &length);
-    *url = "http://127.0.0.1:" + std::to_string(ntohs(addr.sin_port)) + "/raw";
-    return fd;
-}
+// A TCP socket on a free port of 127.0.0.1 that answers one connection with
+// fixed bytes once the request's head arrived; unless it listens, connections
+// to it are refused.
+class OneReply {
+public:
+    explicit OneReply(const std::string& reply, bool listens = true) {
+        fd_ = ::socket(AF_INET, SOCK_STREAM, 0);
+        sockaddr_in addr{};
+        addr.sin_family = AF_INET;
+        addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t length = sizeof addr;
+        ::bind(fd_, reinterpret_cast<sockaddr*>(&addr), length);
+        ::getsockname(fd_, reinterpret_cast<sockaddr*>(&addr), &length);
+        url = "http://127.0.0.1:" + std::to_string(ntohs(addr.sin_port)) + "/raw";
+        if (listens) ::listen(fd_, 1);
+        thread_ = std::thread([this, reply] {
+            const int fd = ::accept(fd_, nullptr, nullptr);  // -1 unless listening
+            std::string request;
+            char buffer[4096];
+            for (ssize_t n = 1; n > 0 && request.find("\r\n\r\n") == std::string::npos;)
+                if ((n = ::recv(fd, buffer, sizeof buffer, 0)) > 0) request.append(buffer, n);
+            (void)::send(fd, reply.data(), reply.size(), MSG_NOSIGNAL);
+            ::close(fd);
+        });
+    }
+    ~OneReply() {
+        ::shutdown(fd_, SHUT_RDWR);
+        thread_.join();
+        ::close(fd_);
+    }
+    std::string url;
+
+private:
+    int fd_;
+    std::thread thread_;
+};
 
 }  // namespace
 
@@ -206,24 +231,93 @@ TEST_F(HttpTest, SocketFailuresMapToTheirCodes) {
         {"HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\nshort", "10107|HTTP/1.1 200 OK"},
     };
     for (const auto& [reply, expected] : replies) {
-        std::string url;
-        const int listener = BoundSocket(&url);
-        if (reply != kRefuse) ::listen(listener, 1);
-        std::thread server([&, listener] {
-            const int fd = ::accept(listener, nullptr, nullptr);  // -1 unless listening
-            std::string request;
-            char buffer[4096];
-            for (ssize_t n = 1; n > 0 && request.find("\r\n\r\n") == std::string::npos;)
-                if ((n = ::recv(fd, buffer, sizeof buffer, 0)) > 0) request.append(buffer, n);
-            (void)::send(fd, reply.data(), reply.size(), MSG_NOSIGNAL);
-            ::close(fd);
-        });
-        reply.empty() ? post(url, "{}") : get(url);
-        ::shutdown(listener, SHUT_RDWR);
-        server.join();
-        ::close(listener);
+        {
+            const OneReply server(reply, reply != kRefuse);
+            reply.empty() ? post(server.url, "{}") : get(server.url);
+        }
         EXPECT_EQ(expected, failure()) << reply.substr(0, 30);
     }
+}
+
+// Uploads stream files as parts; downloads land whole in their file or not at all.
+TEST_F(HttpTest, MultipartUploadsAndDownloadsToFiles) {
+    namespace fs = std::filesystem;
+    LoopbackServer server;
+    const std::string dir = env.dir() + "/files";
+    fs::create_directory(dir);
+    const std::string binary = "%!PS\n" + kGbk + std::string("\0\xFF", 2);
+    for (const auto& [name, text] : {std::pair<std::string, std::string>{"doc.ps", binary},
+                                     {"font.ttf", "FONT"},
+                                     {"page.eps", "EPS"}})
+        std::ofstream(dir + "/" + name, std::ios::binary) << text;
+    auto upload = [&](const std::string& body, const std::string& path) {
+        return CIWKHttp::Post(server.url("/up"), body, "", &result, HTTP_CONTENT_MULTIPART,
+                              HTTP_REQ_PLAIN, nullptr, path.c_str(), nullptr);
+    };
+    // name|filename|content of each part as the server parsed it
+    auto parts = [&] {
+        std::string out;
+        for (const FormPart& p : server.lastRequest().form)
+            out += p.name + "|" + p.filename + "|" + p.content + ";";
+        return out;
+    };
+    ASSERT_EQ(0, upload(R"({"saveToDisk":"1","doctype":")" + kGbk + R"(","n":5,"o":{"a":[1]}})",
+                        dir + "/doc.ps"));
+    EXPECT_EQ("doctype||" + kGbk + ";file|doc.ps|" + binary + ";n||5;o||{\"a\":[1]};saveToDisk||1;",
+              parts());
+    EXPECT_EQ(
+        0u, server.lastRequest().header("Content-Type").rfind("multipart/form-data; boundary=", 0));
+    // A directory: the files the body names, each under its key.
+    ASSERT_EQ(0, upload(R"({"res_file":["font.ttf","page.eps"],"ps_file":"doc.ps"})", dir));
+    EXPECT_EQ("ps_file||doc.ps;ps_file|doc.ps|" + binary +
+                  ";res_file||[\"font.ttf\",\"page.eps\"];res_file|font.ttf|FONT;res_file|page.eps|"
+                  "EPS;",
+              parts());
+
+    // A download larger than MaxReplyBytes replaces the file; the progress
+    // callback sees it, and stops it when it answers false.
+    ASSERT_TRUE(env.set("KXUtils", "MaxReplyBytes", "1000"));
+    const std::string pdf = "%PDF-1.4\n" + std::string(5000, 'p');
+    server.handle("/pdf",
+                  [&](const RecordedRequest&) { return Reply(200, pdf, "application/pdf"); });
+    const std::string target = dir + "/out.pdf";
+    const std::string params = R"({"fileName":")" + target + "\"}";
+    static long long downloaded;
+    static bool goOn;
+    KXProgressCallback progress = [](long long, long long now, long long, long long) {
+        downloaded = now;
+        return goOn;
+    };
+    auto download = [&](const std::string& url, KXProgressCallback cb = nullptr) {
+        return CIWKHttp::Get(url, params, "", &result, HTTP_REQ_DOWNLOAD, cb);
+    };
+    std::ofstream(target) << "OLD";
+    goOn = false;
+    EXPECT_EQ(KX_ERR_HTTP_TRANSPORT, download(server.url("/pdf"), progress));
+    EXPECT_EQ("OLD", ReadFileText(target));
+    goOn = true;
+    ASSERT_EQ(0, download(server.url("/pdf"), progress));
+    EXPECT_EQ(5009, downloaded);
+    EXPECT_EQ("0||HTTP/1.1 200 OK", outcome());
+    EXPECT_TRUE(pdf == ReadFileText(target));
+    // An error reply comes back as text and leaves the file alone.
+    server.queueReply(Reply(404, "no such pdf"));
+    EXPECT_EQ(404, download(server.url("/none")));
+    EXPECT_EQ("404|no such pdf|HTTP/1.1 404 Not Found", outcome());
+    EXPECT_TRUE(pdf == ReadFileText(target));
+
+    // A reply cut short: no file where there was none, the old one untouched.
+    for (const bool existing : {true, false}) {
+        if (!existing) fs::remove(target);
+        {
+            const OneReply cut("HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\n%PDF-cut");
+            EXPECT_EQ(KX_ERR_HTTP_TRANSPORT, download(cut.url));
+        }
+        EXPECT_EQ(existing ? pdf : "", ReadFileText(target));
+        EXPECT_EQ(existing, fs::exists(target));
+    }
+    // No temporary file is left anywhere.
+    EXPECT_EQ(3, std::distance(fs::directory_iterator(dir), fs::directory_iterator()));
 }
 
 TEST_F(HttpFrontTest, LocalRefusalsSendNothing) {
@@ -256,11 +350,27 @@ TEST_F(HttpFrontTest, LocalRefusalsSendNothing) {
         EXPECT_EQ(std::to_string(code) + "|" + detail + "|", outcome());
         EXPECT_EQ(code, post(url, "{}"));
     }
-    // Nor do calls this layer does not support, or that have no result record.
-    EXPECT_EQ(KX_ERR_INVALID_VALUE, get("https://h/dl", "", HTTP_REQ_DOWNLOAD));
-    EXPECT_EQ("10001|not supported: download to a file|", outcome());
-    EXPECT_EQ(KX_ERR_INVALID_VALUE, post("https://h/up", "{}", "", HTTP_CONTENT_MULTIPART));
-    EXPECT_EQ("10001|not supported: multipart upload|", outcome());
+    // Nor do uploads and downloads whose files cannot be used, or calls
+    // without a result record.
+    const std::string dir = env.dir();
+    // params or body, file path (null: a download), errCode|msg
+    const std::vector<std::tuple<std::string, const char*, std::string>> files = {
+        {"", nullptr, "10001|download without a fileName"},
+        {R"({"fileName":7})", nullptr, "10001|download without a fileName"},
+        {R"({"fileName":")" + dir + "\"}", nullptr, "10108|download target is a directory: " + dir},
+        {"[]", "", "10001|multipart fields are no JSON object"},
+        {"{}", "/kx/absent", "10108|cannot read /kx/absent"},
+        {R"({"ps_file":"../kx.ini"})", dir.c_str(),
+         "10001|ps_file names no file of the directory: ../kx.ini"},
+        {R"({"res_file":["KXServerApi.ini","absent"]})", dir.c_str(),
+         "10108|cannot read " + dir + "/absent"},
+    };
+    for (const auto& [text, path, expected] : files) {
+        path ? CIWKHttp::Post("https://h/up", text, "", &result, HTTP_CONTENT_MULTIPART,
+                              HTTP_REQ_PLAIN, nullptr, path, nullptr)
+             : CIWKHttp::Get("https://h/dl", text, "", &result, HTTP_REQ_DOWNLOAD, nullptr);
+        EXPECT_EQ(expected + "|", outcome());
+    }
     EXPECT_EQ(KX_ERR_INVALID_VALUE,
               CIWKHttp::Get("https://h/null", "", "", nullptr, HTTP_REQ_PLAIN, nullptr));
     EXPECT_EQ(0u, fake.requestCount());

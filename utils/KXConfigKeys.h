@@ -75,6 +75,14 @@ enum class KXKey {
     eventCallBackUrl,
     version,
     projectID,
+    TApiserverUrl,
+    getSealWithUser,
+    getCertSealInfosBySn,
+    // [RbnSeal]; two names are taken by other sections
+    RbnServerUrl,  // serverUrl
+    getToken,
+    RbnAppId,  // appId
+    getSealListBySignCert,
     // "*": one server description, in whatever section the caller names
     SerType,
     Host,

@@ -47,6 +47,8 @@ int kxhttp::MapCurlCode(CURLcode code, bool connected) {
             return KX_ERR_HTTP_TIMEOUT;
         case CURLE_FILESIZE_EXCEEDED:
             return KX_ERR_HTTP_TOO_LARGE;
+        case CURLE_READ_ERROR:  // a file being uploaded could not be read
+            return KX_ERR_HTTP_LOCAL_FILE;
         default:
             return KX_ERR_HTTP_TRANSPORT;
     }

@@ -5,6 +5,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <mutex>
 #include <new>
 #include <string>
@@ -12,6 +13,7 @@
 
 #include "KXCurlErrors.h"
 #include "KXHttpParts.h"
+#include "os/KXOs.h"
 
 namespace {
 
@@ -201,6 +203,131 @@ void Fail(KXWireReply& reply, int code, std::string detail) {
     reply.detail = std::move(detail);
 }
 
+// ---------------------------------------------------------------------------
+// Multipart uploads, downloads to a file and progress: apart from the plain
+// exchange, which calls in at three places.
+
+// The multipart body of a request; files are streamed from disk by curl.
+class MimeBody {
+public:
+    MimeBody() = default;
+    MimeBody(const MimeBody&) = delete;
+    MimeBody& operator=(const MimeBody&) = delete;
+    ~MimeBody() { curl_mime_free(mime_); }
+
+    // 0, or a code with detail.
+    int Build(CURL* curl, const std::vector<KXWirePart>& parts, std::string& detail) {
+        mime_ = curl_mime_init(curl);
+        if (mime_ == nullptr) throw std::bad_alloc();
+        for (const KXWirePart& p : parts) {
+            curl_mimepart* part = curl_mime_addpart(mime_);
+            if (part == nullptr || curl_mime_name(part, p.name.c_str()) != CURLE_OK)
+                throw std::bad_alloc();
+            if (p.filePath.empty()) {
+                if (curl_mime_data(part, p.value.data(), p.value.size()) != CURLE_OK)
+                    throw std::bad_alloc();
+                continue;
+            }
+            if (curl_mime_filedata(part, p.filePath.c_str()) != CURLE_OK ||
+                curl_mime_filename(part, p.fileName.c_str()) != CURLE_OK) {
+                detail = "cannot read " + p.filePath;
+                return KX_ERR_HTTP_LOCAL_FILE;
+            }
+        }
+        return KX_OK;
+    }
+    curl_mime* get() const { return mime_; }
+
+private:
+    curl_mime* mime_ = nullptr;
+};
+
+// The body of a 2xx reply goes to a temporary file beside the target, which
+// replaces the target only once the whole reply is there; any other reply
+// stays in memory as an error text.
+class DownloadSink {
+public:
+    DownloadSink(CURL* curl, const std::string& target, Transfer& memory)
+        : curl_(curl), target_(target), memory_(memory) {}
+    DownloadSink(const DownloadSink&) = delete;
+    DownloadSink& operator=(const DownloadSink&) = delete;
+    ~DownloadSink() {
+        file_.Close();
+        if (!tmpPath_.empty()) kxos::RemoveFile(tmpPath_);
+    }
+
+    static size_t OnBytes(char* data, size_t size, size_t count, void* user) {
+        DownloadSink* sink = static_cast<DownloadSink*>(user);
+        if (!sink->Success()) return OnReplyBytes(data, size, count, &sink->memory_);
+        const size_t length = size * count;
+        if (!sink->Open() || !sink->file_.WriteAll(data, length)) {
+            sink->failed_ = true;
+            return 0;
+        }
+        return length;
+    }
+    // After a complete exchange: puts the file in place (an empty reply makes
+    // an empty file). 0, or a code with detail.
+    int Commit(std::string& detail) {
+        if (!Success()) return KX_OK;
+        if (!Open() || !file_.Sync() || !file_.Close() || !kxos::Rename(tmpPath_, target_)) {
+            detail = "cannot write " + target_;
+            return KX_ERR_HTTP_LOCAL_FILE;
+        }
+        tmpPath_.clear();
+        return KX_OK;
+    }
+    bool failed() const { return failed_; }
+    const std::string& target() const { return target_; }
+
+private:
+    bool Success() const {
+        long status = 0;
+        curl_easy_getinfo(curl_, CURLINFO_RESPONSE_CODE, &status);
+        return status >= 200 && status < 300;
+    }
+    bool Open() {
+        if (!file_.ok() && tmpPath_.empty()) {
+            file_ = kxos::File::CreateBeside(target_, tmpPath_);
+            if (!file_.ok()) tmpPath_.clear();
+        }
+        return file_.ok();
+    }
+
+    CURL* curl_;
+    const std::string& target_;
+    Transfer& memory_;
+    kxos::File file_;
+    std::string tmpPath_;
+    bool failed_ = false;
+};
+
+int OnProgress(void* user, curl_off_t dlTotal, curl_off_t dlNow, curl_off_t ulTotal,
+               curl_off_t ulNow) {
+    const KXWireRequest* request = static_cast<const KXWireRequest*>(user);
+    return request->progress(dlTotal, dlNow, ulTotal, ulNow) ? 0 : 1;
+}
+
+// Options of the three; 0, or a code with detail when a file cannot be used.
+int SetFileOptions(Options& opt, CURL* curl, const KXWireRequest& request, MimeBody& mime,
+                   DownloadSink* sink, std::string& detail) {
+    if (sink != nullptr) {
+        opt.set(CURLOPT_WRITEFUNCTION, &DownloadSink::OnBytes);
+        opt.set(CURLOPT_WRITEDATA, sink);
+    }
+    if (request.progress != nullptr) {
+        opt.set(CURLOPT_NOPROGRESS, 0L);
+        opt.set(CURLOPT_XFERINFOFUNCTION, &OnProgress);
+        opt.set(CURLOPT_XFERINFODATA, &request);
+    }
+    if (request.method == "GET" || request.parts.empty()) return KX_OK;
+    const int code = mime.Build(curl, request.parts, detail);
+    if (code != KX_OK) return code;
+    opt.set(CURLOPT_MIMEPOST, mime.get());
+    if (request.method != "POST") opt.set(CURLOPT_CUSTOMREQUEST, request.method.c_str());
+    return KX_OK;
+}
+
 void Run(const KXWireRequest& request, KXWireReply& reply) {
     std::string detail;
     if (!GlobalSetUp(detail)) return Fail(reply, KX_ERR_HTTP_TRANSPORT, detail);
@@ -235,7 +362,7 @@ void Run(const KXWireRequest& request, KXWireReply& reply) {
     opt.set(CURLOPT_WRITEDATA, &transfer);
     opt.set(CURLOPT_HEADERFUNCTION, &OnHeaderLine);
     opt.set(CURLOPT_HEADERDATA, &transfer);
-    if (request.maxReplyBytes > 0)
+    if (request.maxReplyBytes > 0 && request.downloadPath.empty())
         opt.set(CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(request.maxReplyBytes));
     opt.set(CURLOPT_CONNECTTIMEOUT_MS, request.connectTimeoutMs);
     opt.set(CURLOPT_TIMEOUT_MS, request.timeoutMs);
@@ -248,9 +375,15 @@ void Run(const KXWireRequest& request, KXWireReply& reply) {
     }
     if (request.proxySet) opt.set(CURLOPT_PROXY, request.proxy.c_str());
 
+    MimeBody mime;
+    std::unique_ptr<DownloadSink> sink;
+    if (!request.downloadPath.empty())
+        sink.reset(new DownloadSink(curl, request.downloadPath, transfer));
+    const int fileCode = SetFileOptions(opt, curl, request, mime, sink.get(), detail);
+    if (fileCode != KX_OK) return Fail(reply, fileCode, detail);
     if (request.method == "GET") {
         opt.set(CURLOPT_HTTPGET, 1L);
-    } else {
+    } else if (request.parts.empty()) {
         opt.set(CURLOPT_POST, 1L);
         opt.set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request.body.size()));
         opt.set(CURLOPT_POSTFIELDS, request.body.data());
@@ -268,12 +401,15 @@ void Run(const KXWireRequest& request, KXWireReply& reply) {
                         "reply larger than " + std::to_string(request.maxReplyBytes) + " bytes");
         if (transfer.outOfMemory)
             return Fail(reply, KX_ERR_HTTP_TRANSPORT, "out of memory while receiving the reply");
+        if (sink && sink->failed())
+            return Fail(reply, KX_ERR_HTTP_LOCAL_FILE, "cannot write " + sink->target());
         char* ip = nullptr;
         curl_easy_getinfo(curl, CURLINFO_PRIMARY_IP, &ip);
         return Fail(reply, kxhttp::MapCurlCode(rc, ip != nullptr && ip[0] != '\0'),
                     errorBuffer[0] != '\0' ? errorBuffer : curl_easy_strerror(rc));
     }
     curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &reply.status);
+    if (sink && sink->Commit(detail) != KX_OK) return Fail(reply, KX_ERR_HTTP_LOCAL_FILE, detail);
     reply.body.swap(transfer.reply);
 }
 

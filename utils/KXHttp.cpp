@@ -13,6 +13,11 @@ namespace {
 const char kSource[] = "KXHttp";
 
 std::atomic<IKXTransport*> g_transport{nullptr};
+std::atomic<KXProgressCallback> g_progress{nullptr};
+
+KXProgressCallback ProgressOr(KXProgressCallback given) {
+    return given != nullptr ? given : g_progress.load(std::memory_order_acquire);
+}
 
 IKXTransport& Transport() {
     IKXTransport* installed = g_transport.load(std::memory_order_acquire);
@@ -94,32 +99,44 @@ int ReadReply(Method method, HTTPRequestType type, long long maxReplyBytes, KXWi
     return code;
 }
 
+// What a request takes beside URL, body and head: the file of an upload, the
+// params of a download, the progress callback.
+struct Extras {
+    const char* filePath = nullptr;
+    const std::string* params = nullptr;
+    KXProgressCallback progress = nullptr;
+};
+
 int Perform(Method method, const std::string& url, std::string* body, const std::string& head,
-            HTTPContentType contentType, HTTPRequestType type, KXReqResult* result,
-            std::string& logDetail) {
+            HTTPContentType contentType, HTTPRequestType type, const Extras& extras,
+            KXReqResult* result, std::string& logDetail) {
     result->strExtra.clear();
     result->strBody.clear();
 
-    if (type == HTTP_REQ_DOWNLOAD) {
-        logDetail = "not supported: download to a file";
-        return Finish(result, KX_ERR_INVALID_VALUE, logDetail);
-    }
+    KXWireRequest request;
+    const bool multipart = method != Method::Get && contentType == HTTP_CONTENT_MULTIPART;
     if (method != Method::Get && contentType != HTTP_CONTENT_JSON &&
-        contentType != HTTP_CONTENT_FORM) {
-        logDetail = contentType == HTTP_CONTENT_MULTIPART
-                        ? "not supported: multipart upload"
-                        : "not supported: content type " + std::to_string(contentType);
+        contentType != HTTP_CONTENT_FORM && !multipart) {
+        logDetail = "not supported: content type " + std::to_string(contentType);
         return Finish(result, KX_ERR_INVALID_VALUE, logDetail);
     }
     const int urlCode = IWK_CheckRequestUrl(url, logDetail);
     if (urlCode != KX_OK) return Finish(result, urlCode, logDetail);
+    // Files are looked at before anything is sent.
+    int fileCode = KX_OK;
+    if (type == HTTP_REQ_DOWNLOAD)
+        fileCode = kxhttp::DownloadTarget(extras.params ? *extras.params : std::string(),
+                                          request.downloadPath, logDetail);
+    if (fileCode == KX_OK && multipart)
+        fileCode = kxhttp::MultipartParts(*body, extras.filePath, request.parts, logDetail);
+    if (fileCode != KX_OK) return Finish(result, fileCode, logDetail);
 
-    KXWireRequest request;
     request.method = MethodName(method);
     request.url = url;
+    request.progress = extras.progress;
     kxhttp::ReadSettings(request);
     request.headers = kxhttp::HeaderLines(head, body != nullptr, contentType);
-    if (body != nullptr) request.body = std::move(*body);
+    if (body != nullptr && !multipart) request.body = std::move(*body);
     if (!request.verifyTls && kxascii::StartsWithNoCase(url, "https://"))
         KX_LOG(KX_LOG_WARN, kSource, FunctionName(method),
                "TLS verification is off ([KXUtils] VerifyTLS=0): %s", url.c_str());
@@ -130,7 +147,8 @@ int Perform(Method method, const std::string& url, std::string* body, const std:
 }
 
 int Request(Method method, const std::string& url, std::string* body, const std::string& head,
-            HTTPContentType contentType, HTTPRequestType type, KXReqResult* result) {
+            HTTPContentType contentType, HTTPRequestType type, const Extras& extras,
+            KXReqResult* result) {
     const char* function = FunctionName(method);
     if (result == nullptr) {
         KX_LOG(KX_LOG_ERROR, kSource, function, "%s %s: no result record", MethodName(method),
@@ -140,7 +158,7 @@ int Request(Method method, const std::string& url, std::string* body, const std:
     int code;
     std::string logDetail;
     try {
-        code = Perform(method, url, body, head, contentType, type, result, logDetail);
+        code = Perform(method, url, body, head, contentType, type, extras, result, logDetail);
     } catch (...) {
         // Memory, or an installed transport that broke its promise not to throw.
         code = KX_ERR_HTTP_TRANSPORT;
@@ -163,27 +181,38 @@ int Request(Method method, const std::string& url, std::string* body, const std:
 
 IKXTransport::~IKXTransport() = default;
 
+KXProgressCallback IWK_SetDefaultProgress(KXProgressCallback progress) {
+    return g_progress.exchange(progress, std::memory_order_acq_rel);
+}
+
 IKXTransport* IWK_SetTransport(IKXTransport* transport) {
     return g_transport.exchange(transport, std::memory_order_acq_rel);
 }
 
-int CIWKHttp::Get(std::string url, std::string /*params*/, std::string head, KXReqResult* result,
-                  HTTPRequestType type, KXProgressCallback /*progress*/) {
-    return Request(Method::Get, url, nullptr, head, HTTP_CONTENT_FORM, type, result);
+int CIWKHttp::Get(std::string url, std::string params, std::string head, KXReqResult* result,
+                  HTTPRequestType type, KXProgressCallback progress) {
+    Extras extras;
+    extras.params = &params;
+    extras.progress = ProgressOr(progress);
+    return Request(Method::Get, url, nullptr, head, HTTP_CONTENT_FORM, type, extras, result);
 }
 
 int CIWKHttp::Post(std::string url, std::string body, std::string head, KXReqResult* result,
-                   HTTPContentType contentType, HTTPRequestType type,
-                   KXProgressCallback /*progress*/, const char* /*filePath*/,
-                   const char* /*reserved*/) {
-    return Request(Method::Post, url, &body, head, contentType, type, result);
+                   HTTPContentType contentType, HTTPRequestType type, KXProgressCallback progress,
+                   const char* filePath, const char* /*reserved*/) {
+    Extras extras;
+    extras.filePath = filePath;
+    extras.progress = ProgressOr(progress);
+    return Request(Method::Post, url, &body, head, contentType, type, extras, result);
 }
 
 int CIWKHttp::Put(std::string url, std::string body, std::string head, KXReqResult* result,
-                  HTTPContentType contentType, HTTPRequestType type,
-                  KXProgressCallback /*progress*/, const char* /*filePath*/,
-                  const char* /*reserved*/) {
-    return Request(Method::Put, url, &body, head, contentType, type, result);
+                  HTTPContentType contentType, HTTPRequestType type, KXProgressCallback progress,
+                  const char* filePath, const char* /*reserved*/) {
+    Extras extras;
+    extras.filePath = filePath;
+    extras.progress = ProgressOr(progress);
+    return Request(Method::Put, url, &body, head, contentType, type, extras, result);
 }
 
 std::string CIWKHttp::GetCompleteUrl(const std::string& path, const std::string& host,

@@ -34,7 +34,8 @@ std::vector<std::string> SplitHead(const std::string& head) {
 std::vector<std::string> kxhttp::HeaderLines(const std::string& head, bool withBody,
                                              HTTPContentType contentType) {
     std::vector<std::string> lines = SplitHead(head);
-    if (!withBody) return lines;
+    // A multipart body's type names its boundary: the transport writes it.
+    if (!withBody || contentType == HTTP_CONTENT_MULTIPART) return lines;
     for (const std::string& line : lines) {
         if (IsContentTypeLine(line)) return lines;
     }

@@ -19,7 +19,8 @@ void ReadSettings(KXWireRequest& request);
 
 // KXHttpHeaders.cpp: the header lines of a request. With a body, a
 // Content-Type of its type first unless the head names one; then every
-// non-blank line of the head. Any CR or LF ends a line.
+// non-blank line of the head (a multipart body gets its type from the
+// transport). Any CR or LF ends a line.
 std::vector<std::string> HeaderLines(const std::string& head, bool withBody,
                                      HTTPContentType contentType);
 
@@ -30,6 +31,16 @@ std::vector<std::string> HeaderLines(const std::string& head, bool withBody,
 std::string PathAndQuery(const std::string& url);
 // "scheme://host[:port]" of a URL as written, without user information.
 std::string Origin(const std::string& url);
+
+// KXHttpFiles.cpp. The parts of a multipart upload: each top-level key of the
+// JSON body a field (a string as it is, anything else as its JSON text), then
+// the file filePath names under "file" with its base name, or, when it names
+// a directory, each file of it that the body's "res_file" and "ps_file" name
+// (a name or an array of names; bare names only) under that key. The target
+// of a download: the "fileName" key of params. 0, or a code with detail.
+int MultipartParts(const std::string& body, const char* filePath, std::vector<KXWirePart>& parts,
+                   std::string& detail);
+int DownloadTarget(const std::string& params, std::string& path, std::string& detail);
 
 // KXCurlTransport.cpp.
 IKXTransport& CurlTransport();

@@ -10,6 +10,15 @@
 
 #include "KXCommonType.h"
 
+// One part of a multipart/form-data body: a text field, or a file that the
+// transport streams from disk (never read whole into memory).
+struct KXUTILS_API KXWirePart {
+    std::string name;
+    std::string value;     // a field's text
+    std::string filePath;  // not empty: the part carries this file
+    std::string fileName;  // the filename the part names
+};
+
 struct KXUTILS_API KXWireRequest {
     std::string method;                // "GET", "POST" or "PUT"
     std::string url;                   // complete, passed IWK_CheckRequestUrl; sent as it is
@@ -22,6 +31,17 @@ struct KXUTILS_API KXWireRequest {
     bool proxySet = false;      // false: the environment decides; an empty proxy means none
     std::string proxy;
     long long maxReplyBytes = 0;  // a transport may stop receiving past it; CIWKHttp checks it too
+    // Not empty: the body is multipart/form-data of these parts, and `body`
+    // is not sent.
+    std::vector<KXWirePart> parts;
+    // Not empty: the body of a 2xx reply goes to this file instead of `body`,
+    // through a temporary file beside it that replaces it only when the whole
+    // reply arrived; on any failure the file is as it was. Other replies come
+    // back in `body` as usual. maxReplyBytes does not limit what goes to disk.
+    std::string downloadPath;
+    // Progress of the exchange (download total, downloaded, upload total,
+    // uploaded); false from it aborts the exchange. Null: none.
+    bool (*progress)(long long, long long, long long, long long) = nullptr;
 };
 
 struct KXUTILS_API KXWireReply {
@@ -31,7 +51,7 @@ struct KXUTILS_API KXWireReply {
     std::string detail;
     long status = 0;         // HTTP status of the final reply
     std::string statusLine;  // "HTTP/1.1 200 OK", as it came (also kept on a failure)
-    std::string body;
+    std::string body;        // empty when a download went to its file
 };
 
 class KXUTILS_API IKXTransport {

@@ -17,8 +17,13 @@
 // ---------------------------------------------------------------------------
 // HTTP
 
-// Progress callback of the request calls; every caller passes null.
+// Progress callback of the request calls: download total, downloaded, upload
+// total, uploaded (0 while unknown); false aborts the request (10107).
 typedef bool (*KXProgressCallback)(long long, long long, long long, long long);
+// The callback of requests whose caller passes none (an application's
+// progress bar under operations that pass null); null for none. Returns the
+// one it replaces.
+KXUTILS_API KXProgressCallback IWK_SetDefaultProgress(KXProgressCallback progress);
 
 class KXUTILS_API CIWKHttp {
 public:
@@ -206,6 +211,14 @@ KXUTILS_API int IWK_JWTDecode(std::string token, std::string& payload);
 KXUTILS_API std::string IWK_WideCharToUtf8(const std::wstring& s);
 KXUTILS_API std::wstring IWK_Utf8ToWideChar(const std::string& s);
 KXUTILS_API std::string IWK_GetBaseName(const char* path);
+// A path's parts as the Windows runtime's _splitpath_s gives them, with both
+// '/' and '\\' as separators on every system: "C:" (a drive letter and colon,
+// or empty), the directory with its last separator, the name, and the
+// extension from the last dot of the last element on ("" when none).
+struct KXUTILS_API KXPathParts {
+    std::string drive, dir, name, ext;
+};
+KXUTILS_API KXPathParts IWK_SplitPath(const std::string& path);
 KXUTILS_API std::string IWK_DataTuomin(const std::string& text, const KX_TuoMinData* rules,
                                        int count);
 
@@ -234,6 +247,26 @@ KXUTILS_API void* IWK_LoadLibraryW(const wchar_t* path);
 KXUTILS_API void* IWK_GetProcAddress(void* module, const char* name);
 // Unloads a module of IWK_LoadLibraryW; null is ignored.
 KXUTILS_API void IWK_FreeLibrary(void* module);
+
+// Forwarding.
+
+// Performs the exchange a JSON envelope of length bytes describes, over
+// CIWKHttp: method "GET", "POST" or "PUT" from funcType, the complete URL from
+// funcName, the body from param (a GET has none), header lines from header
+// (empty, or JSON text {"httpHead":["Name: value",...]}), and, when the key is
+// there, a Content-Type line of contentType unless the lines name one.
+// reply gets {"errorCode":N,"result":"..."}: 0 with the reply text, or the
+// request's code with its text: a transport failure's class, or the HTTP
+// status of 300 and above with the reply (or the status text). Returns 0 when
+// reply was written; 10001, with reply untouched, for an envelope it cannot
+// read or a header line holding CR or LF. info is not used.
+KXUTILS_API long IWK_ServerForword(const char* data, size_t length, std::string& reply,
+                                   const _init_Info_s* info);
+typedef long (*KXForwarder)(const char* data, size_t length, std::string& reply,
+                            const _init_Info_s* info);
+// Installs another forwarding service (the suite's own, or a test's) in place
+// of the one above and returns the one it replaces; null puts it back.
+KXUTILS_API KXForwarder IWK_SetForwarder(KXForwarder forwarder);
 
 // ---------------------------------------------------------------------------
 // Log.

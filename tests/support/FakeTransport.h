@@ -11,8 +11,8 @@
 //
 // Requests take the queued answers in order; with the queue empty a request
 // gets 200 with an empty body. Every request is recorded as CIWKHttp built
-// it: method, URL, header lines, body and the [KXUtils] settings. Safe from
-// many threads.
+// it: method, URL, header lines, body and the [KXUtils] settings. A download's
+// 2xx body is written to its target. Safe from many threads.
 #pragma once
 
 #include <cstddef>

@@ -116,6 +116,8 @@ struct LoopbackServer::Impl {
         record.target = req.target;
         for (const auto& h : req.headers) record.headers.emplace(h.first, h.second);
         record.body = req.body;
+        for (const auto& f : req.files)
+            record.form.push_back({f.second.name, f.second.filename, f.second.content});
         record.remotePort = req.remote_port;
 
         Handler handler;

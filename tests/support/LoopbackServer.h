@@ -30,12 +30,18 @@ KXHeaderGetter HeaderGetter(const Headers& headers);
 // a server would. Lines without a colon are kept under their whole text.
 Headers ParseHead(const std::string& head);
 
+// One part of a multipart/form-data body.
+struct FormPart {
+    std::string name, filename, content;
+};
+
 struct RecordedRequest {
     std::string method;  // "GET", "POST", ...
     std::string target;  // path and query exactly as sent
     Headers headers;
-    std::string body;     // raw bytes
-    int remotePort = -1;  // the same port for requests on one TCP connection
+    std::string body;            // raw bytes (empty for multipart/form-data)
+    std::vector<FormPart> form;  // multipart parts, by name
+    int remotePort = -1;         // the same port for requests on one TCP connection
 
     std::string header(const std::string& name) const { return HeaderValue(headers, name); }
     size_t headerCount(const std::string& name) const { return headers.count(name); }

@@ -38,6 +38,8 @@ int CmdEventUkey(const Args& args);
 int CmdReportSign(const Args& args);
 int CmdReportEncrypt(const Args& args);
 int CmdReportDecrypt(const Args& args);
+int CmdConvert(const Args& args);
+int CmdSealsByCert(const Args& args);
 
 const std::vector<Command>& Commands() {
     static const std::vector<Command> commands = {
@@ -130,6 +132,18 @@ const std::vector<Command>& Commands() {
          "prints left of a document at the seal-management server, or writes the number left",
          {},
          CmdSealPrintCount},
+        {"convert",
+         "SRC DST.pdf [--url URL] [--section OpenApiURL]",
+         "Conv2PDF: the seal server turns a document into a PDF (progress on stderr)",
+         {},
+         CmdConvert},
+        {"seals by-cert",
+         "--ypt|--sn|--rbn --cert FILE [--keep-pixels] [--ukey-num N] [--algorithm A] "
+         "[--origin TEXT] [--signature B64] [--serial SN] [--ukey-sn SN] [--seal-type T]",
+         "a certificate's seals from the integrate service (--ypt, --sn) or the sister seal "
+         "service (--rbn)",
+         {"ypt", "sn", "rbn", "keep-pixels"},
+         CmdSealsByCert},
         {"print register",
          "--file F --account A [--account B ...] [--count N]",
          "registers a file at the print-control service with N prints (default 1) for each "

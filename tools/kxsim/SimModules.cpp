@@ -20,6 +20,10 @@ void InstallBidService(Sim& sim);
 std::string BidServiceConfig(const Sim& sim);
 void InstallRecordsService(Sim& sim);
 std::string RecordsServiceConfig(const Sim& sim);
+void InstallConvertService(Sim& sim);
+std::string ConvertServiceConfig(const Sim& sim);
+void InstallSealLists(Sim& sim);
+std::string SealListsConfig(const Sim& sim);
 
 const std::vector<Module>& Modules() {
     static const std::vector<Module> modules = {
@@ -32,6 +36,8 @@ const std::vector<Module>& Modules() {
         {"print-ctrl", InstallPrintCtrlService, PrintCtrlServiceConfig},
         {"bid", InstallBidService, BidServiceConfig},
         {"records", InstallRecordsService, RecordsServiceConfig},
+        {"convert", InstallConvertService, ConvertServiceConfig},
+        {"seal-lists", InstallSealLists, SealListsConfig},
     };
     return modules;
 }

@@ -67,6 +67,9 @@ public:
     // For appending (each write lands at the end, also beside other
     // processes); created with `mode` when absent.
     static File OpenAppend(const std::string& path, unsigned mode);
+    // A new private file (0600) beside target, named target + ".tmpXXXXXX";
+    // its name goes to tmpPath.
+    static File CreateBeside(const std::string& target, std::string& tmpPath);
 
     bool ok() const { return handle_ != kNone; }
     // After a failed open: nothing exists at the path (any other failure is
@@ -112,6 +115,11 @@ enum class CreateResult { Created, Exists, Failed };
 CreateResult CreateFileOnce(const std::string& path, const char* data, size_t size, unsigned mode);
 
 bool Rename(const std::string& from, const std::string& to);
+bool RemoveFile(const std::string& path);
+
+enum class PathKind { Absent, File, Directory, Other };
+// What a path names once symbolic links are followed.
+PathKind KindOf(const std::string& path);
 
 // An exclusive lock shared by all processes on a lock file (created 0600),
 // held from construction until destruction.

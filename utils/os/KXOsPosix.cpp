@@ -169,6 +169,12 @@ File File::OpenAppend(const std::string& path, unsigned mode) {
     return File(fd, fd < 0 && errno == ENOENT);
 }
 
+File File::CreateBeside(const std::string& target, std::string& tmpPath) {
+    tmpPath = target + ".tmpXXXXXX";
+    const int fd = ::mkostemp(&tmpPath[0], O_CLOEXEC);
+    return File(fd, fd < 0 && errno == ENOENT);
+}
+
 bool File::ReadAll(std::string& out) {
     out.clear();
     char buf[65536];
@@ -265,6 +271,17 @@ CreateResult CreateFileOnce(const std::string& path, const char* data, size_t si
 
 bool Rename(const std::string& from, const std::string& to) {
     return ::rename(from.c_str(), to.c_str()) == 0;
+}
+
+bool RemoveFile(const std::string& path) {
+    return ::unlink(path.c_str()) == 0;
+}
+
+PathKind KindOf(const std::string& path) {
+    struct stat st;
+    if (::stat(path.c_str(), &st) != 0) return PathKind::Absent;
+    if (S_ISREG(st.st_mode)) return PathKind::File;
+    return S_ISDIR(st.st_mode) ? PathKind::Directory : PathKind::Other;
 }
 
 FileLock::FileLock(const std::string& path) {

@@ -128,7 +128,10 @@ std::string PictureSvg() {
            "stroke-width=\"6\"/></svg>";
 }
 
-// The seal document the client decodes: Base64 of XML.
+}  // namespace
+
+// The seal document the client decodes: Base64 of XML. The certificate-keyed
+// seal lists (SealLists.cpp) send it too.
 std::string SealDocument(const Seal& seal) {
     const std::string certB64 = IWK_Base64Encode(kxpki::CertToDer(seal.cert.get()));
     std::ostringstream xml;
@@ -140,6 +143,8 @@ std::string SealDocument(const Seal& seal) {
            "</SealInfo></Seal>";
     return IWK_Base64Encode(xml.str());
 }
+
+namespace {
 
 const EVP_MD* DigestOfLength(size_t length) {
     switch (length) {
