@@ -20,7 +20,7 @@ for t in "${targets[@]}"; do
   rm -rf "$work" && mkdir -p "$work"
   cp fuzz/corpus/"$name"/* "$work"/ 2>/dev/null || true
   log="$dir/campaign/$name.log"
-  KX_LOG_FILE=/dev/null "$dir/fuzz/$t" -runs="$runs" -timeout=10 -rss_limit_mb=2048 \
+  KX_LOG_FILE=/dev/null "$dir/fuzz/$t" -runs="$runs" -timeout=60 -rss_limit_mb=2048 \
     -print_final_stats=1 "$work" >"$log" 2>&1 || { echo "$t: FAILED, see $log"; tail -30 "$log"; exit 1; }
   execs=$(grep -o 'stat::number_of_executed_units: *[0-9]*' "$log" | grep -o '[0-9]*$')
   edges=$(grep -o 'cov: [0-9]*' "$log" | tail -1 | grep -o '[0-9]*')
