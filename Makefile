@@ -1,4 +1,7 @@
 # Two commands for a fresh machine: `make demo` and `make test`.
+# Sub-makes (cmake --build) inherit this: no "Entering directory" lines.
+MAKEFLAGS += --no-print-directory
+
 BUILD_DIR ?= build
 JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 
