@@ -480,6 +480,16 @@ void PrintSummary(const SummaryReporter& r) {
                 r.median("Memory/raw_curl_allocations.allocs_per_call"));
 }
 
+// For a profile of the calling thread (valgrind --tool=callgrind
+// --separate-threads=yes --toggle-collect='*Profile*'): n calls of one side.
+__attribute__((noinline)) void ProfileLibrary(Client& client, int n) {
+    for (int i = 0; i < n; ++i) client.Sign();
+}
+
+__attribute__((noinline)) void ProfileRaw(RawPost& raw, int n) {
+    for (int i = 0; i < n; ++i) raw.Post();
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -509,6 +519,17 @@ int main(int argc, char** argv) {
             std::cerr << "seal_bench: the loopback server did not answer\n";
             return 1;
         }
+    }
+
+    if (argc == 3 && std::string(argv[1]) == "--profile") {
+        const int n = std::atoi(argv[2]);
+        Client client;
+        RawPost raw;
+        client.Sign();
+        raw.Post();
+        ProfileLibrary(client, n);
+        ProfileRaw(raw, n);
+        return 0;
     }
 
     for (int round = 1; round <= kRounds; ++round) {
