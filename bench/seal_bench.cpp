@@ -490,6 +490,13 @@ __attribute__((noinline)) void ProfileRaw(RawPost& raw, int n) {
     for (int i = 0; i < n; ++i) raw.Post();
 }
 
+__attribute__((noinline)) void ProfileLogLines(int n) {
+    const std::string token = "0123456789abcdef0123456789abcdef";
+    for (int i = 0; i < n; ++i)
+        KX_LOG(KX_LOG_TRACE, "Bench", "CKXSealOpenApi::SignHash", "lRes:%d, signValueB64:%s", 0,
+               token.c_str());
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -529,6 +536,7 @@ int main(int argc, char** argv) {
         raw.Post();
         ProfileLibrary(client, n);
         ProfileRaw(raw, n);
+        ProfileLogLines(n);
         return 0;
     }
 
