@@ -78,6 +78,43 @@ CURLSH* Share() {
     return shared->share;
 }
 
+// Handles of threads that ended, for threads that start: a handle keeps its
+// live connections and the trust store it loaded, so that a new thread's
+// first request costs no more than a resumed handshake at worst. Never
+// destroyed, like the share.
+class IdleHandles {
+public:
+    static IdleHandles& Instance() {
+        static IdleHandles* idle = new IdleHandles;
+        return *idle;
+    }
+    CURL* Take() {
+        std::lock_guard<std::mutex> lock(mutex_);
+        if (handles_.empty()) return nullptr;
+        CURL* curl = handles_.back();
+        handles_.pop_back();
+        return curl;
+    }
+    // Takes over curl, which has been reset.
+    void Give(CURL* curl) {
+        std::unique_lock<std::mutex> lock(mutex_);
+        if (handles_.size() < kMax) {
+            try {
+                handles_.push_back(curl);
+                return;
+            } catch (...) {
+            }
+        }
+        lock.unlock();
+        curl_easy_cleanup(curl);
+    }
+
+private:
+    static const size_t kMax = 16;
+    std::mutex mutex_;
+    std::vector<CURL*> handles_;
+};
+
 class HeaderList {
 public:
     HeaderList() = default;
@@ -215,15 +252,25 @@ struct Fixed {
 // error text and the header list live as long as the handle does.
 class Handle {
 public:
-    Handle() = default;
     Handle(const Handle&) = delete;
     Handle& operator=(const Handle&) = delete;
+    // A thread's handle goes to the idle ones when the thread ends.
+    explicit Handle(bool pooled) : pooled_(pooled) {}
     ~Handle() {
-        if (curl_ != nullptr) curl_easy_cleanup(curl_);
+        if (curl_ == nullptr) return;
+        if (pooled_) {
+            // Drops every option, keeps connections and the trust store.
+            curl_easy_reset(curl_);
+            IdleHandles::Instance().Give(curl_);
+        } else {
+            curl_easy_cleanup(curl_);
+        }
     }
 
     // False when curl could not make the handle.
     bool Open() {
+        if (curl_ != nullptr) return true;
+        if (pooled_) curl_ = IdleHandles::Instance().Take();
         if (curl_ != nullptr) return true;
         curl_ = curl_easy_init();
         if (curl_ == nullptr) return false;
@@ -313,6 +360,7 @@ private:
         }
     }
 
+    const bool pooled_;
     CURL* curl_ = nullptr;
     Transfer transfer_;
     char errorBuffer_[CURL_ERROR_SIZE] = {0};
@@ -331,13 +379,13 @@ private:
 class HandleLease {
 public:
     HandleLease() {
-        thread_local Handle mine;
+        thread_local Handle mine(true);
         if (!mine.busy && mine.Open()) {
             mine.busy = true;
             handle_ = &mine;
             return;
         }
-        fresh_.reset(new Handle);
+        fresh_.reset(new Handle(false));
         if (fresh_->Open()) handle_ = fresh_.get();
     }
     HandleLease(const HandleLease&) = delete;
