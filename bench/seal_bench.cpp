@@ -4,8 +4,8 @@
 //
 //   SignHash   one kept-alive TLS connection; raw libcurl POSTs the same bytes
 //   Threads8   eight threads, each with its own client or raw handle
-//   Cold       every call from a new thread, after the server dropped the
-//              connection; raw: a fresh libcurl handle per call
+//   Cold       every call from a new thread, to a server that closes each
+//              connection after one request; raw: a fresh libcurl handle
 //   LogLine    one trace line on the caller's thread; anchor: formatting it
 //   SealList   reading a 1,000-seal reply; anchor: a plain jsoncpp and
 //              tinyxml2 loop taking the same fields
@@ -75,12 +75,13 @@ std::string SignReply() {
 
 class Loopback {
 public:
-    Loopback()
+    // keepAlive: requests a connection serves before the server closes it.
+    explicit Loopback(size_t keepAlive)
         : server_(kxtest::TestCA::instance().certFile().c_str(),
                   kxtest::TestCA::instance().keyFile().c_str()) {
         server_.set_tcp_nodelay(true);
         // The default of 5 requests per connection would measure handshakes.
-        server_.set_keep_alive_max_count(100000000);
+        server_.set_keep_alive_max_count(keepAlive);
         // Eight clients, eight raw threads and the main thread's connection at once.
         server_.new_task_queue = [] { return new httplib::ThreadPool(32); };
         const std::string reply = SignReply();
@@ -114,18 +115,19 @@ private:
 };
 
 Loopback* g_server = nullptr;
+Loopback* g_coldServer = nullptr;  // closes every connection after one request
 const std::string g_hash = IWK_Base64Encode(std::string(32, '\x11'));
 
 // The library, set up as an application would: configuration, Init, a token.
 struct Client {
     CKXSealOpenApi api;
     std::string signature;
-    Client() {
+    explicit Client(Loopback* server = g_server) {
         _init_Info_s info;
         info.ProjectID = "bench";
         info.ProjectSecret = "bench-secret";
         info.ServerIp = "https://127.0.0.1";
-        info.Port = g_server->port();
+        info.Port = server->port();
         api.Init(info);
         api.strToken = "0123456789abcdef0123456789abcdef";
     }
@@ -142,13 +144,13 @@ size_t Collect(char* data, size_t size, size_t count, void* out) {
 
 struct RawPost {
     std::string body = g_server->firstBody();
-    std::string url =
-        "https://127.0.0.1:" + std::to_string(g_server->port()) + std::string(kSignPath);
+    std::string url;
     curl_slist* headers = nullptr;
     std::string reply;
     CURL* curl = nullptr;
 
-    RawPost() {
+    explicit RawPost(Loopback* server = g_server)
+        : url("https://127.0.0.1:" + std::to_string(server->port()) + kSignPath) {
         headers = curl_slist_append(headers, "Expect:");
         headers = curl_slist_append(headers, "Content-Type: application/json");
         Open();
@@ -204,9 +206,10 @@ void BM_RawSignHash(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations());
 }
 
-// Each call on a thread of its own: a new handle, no live connection.
+// Each call on a thread of its own, to a server that closed the connection
+// of the call before.
 void BM_LibraryCold(benchmark::State& state) {
-    Client client;
+    Client client(g_coldServer);
     for (auto _ : state) {
         bool ok = false;
         std::thread([&] { ok = client.Sign(); }).join();
@@ -222,7 +225,7 @@ void BM_RawCold(benchmark::State& state) {
     for (auto _ : state) {
         bool ok = false;
         std::thread([&] {
-            RawPost raw;
+            RawPost raw(g_coldServer);
             ok = raw.Post();
         }).join();
         if (!ok) {
@@ -517,8 +520,10 @@ int main(int argc, char** argv) {
     setenv("KX_LOG_FILE", logPath.c_str(), 1);
     setenv("KX_CONFIG_KEY_FILE", (std::string(dir) + "/config.key").c_str(), 1);
 
-    Loopback server;
+    Loopback server(100000000);
+    Loopback coldServer(1);
     g_server = &server;
+    g_coldServer = &coldServer;
     {
         // One request first, so that the raw side can send the library's exact bytes.
         Client warmup;
@@ -537,6 +542,22 @@ int main(int argc, char** argv) {
         ProfileLibrary(client, n);
         ProfileRaw(raw, n);
         ProfileLogLines(n);
+        return 0;
+    }
+    if (argc == 4 && std::string(argv[1]) == "--profile-cold") {
+        // Whole-process counts (server included): run once per side.
+        const int n = std::atoi(argv[3]);
+        Client client(g_coldServer);
+        for (int i = 0; i < n; ++i) {
+            std::thread([&] {
+                if (std::string(argv[2]) == "library") {
+                    client.Sign();
+                } else {
+                    RawPost raw(g_coldServer);
+                    raw.Post();
+                }
+            }).join();
+        }
         return 0;
     }
 
