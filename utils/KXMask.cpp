@@ -50,19 +50,25 @@ struct KeyIndex {
     };
     Key byLetter[256][kKeyCount] = {};
     size_t count[256] = {};
-    // Whether any key starts with this pair of bytes, folded: 8 KB.
+    // Whether any key starts with this pair of bytes, in any case: 8 KB.
     uint64_t pairs[256][4] = {};
 
     KeyIndex() {
         for (const char* key : kSecretKeys) {
             const unsigned char first = static_cast<unsigned char>(kxascii::Lower(key[0]));
-            const unsigned char second = static_cast<unsigned char>(kxascii::Lower(key[1]));
             byLetter[first][count[first]++] = Key{key, std::char_traits<char>::length(key)};
-            pairs[first][second >> 6] |= uint64_t(1) << (second & 63);
+            for (const char a : {kxascii::Lower(key[0]), kxascii::Upper(key[0])}) {
+                for (const char b : {kxascii::Lower(key[1]), kxascii::Upper(key[1])}) {
+                    const unsigned char second = static_cast<unsigned char>(b);
+                    pairs[static_cast<unsigned char>(a)][second >> 6] |= uint64_t(1)
+                                                                         << (second & 63);
+                }
+            }
         }
     }
-    bool MayStartKey(unsigned char first, unsigned char second) const {
-        return (pairs[first][second >> 6] >> (second & 63)) & 1;
+    bool MayStartKey(char first, char second) const {
+        const unsigned char b = static_cast<unsigned char>(second);
+        return (pairs[static_cast<unsigned char>(first)][b >> 6] >> (b & 63)) & 1;
     }
 };
 
@@ -164,14 +170,14 @@ void MaskKeys(const std::string& s, std::string& out) {
     out.reserve(out.size() + s.size());
     size_t copied = 0;
     size_t i = 0;
-    while (i < s.size()) {
+    // Every key is longer than two bytes.
+    while (i + 1 < s.size()) {
+        if (!keys.MayStartKey(s[i], s[i + 1])) {
+            ++i;
+            continue;
+        }
         const unsigned char c = static_cast<unsigned char>(kxascii::Lower(s[i]));
-        // Every key is longer than two bytes.
-        const size_t candidates =
-            keys.count[c] != 0 && i + 1 < s.size() &&
-                    keys.MayStartKey(c, static_cast<unsigned char>(kxascii::Lower(s[i + 1])))
-                ? keys.count[c]
-                : 0;
+        const size_t candidates = keys.count[c];
         bool masked = false;
         for (size_t k = 0; k < candidates; ++k) {
             const KeyIndex::Key& key = keys.byLetter[c][k];
