@@ -62,7 +62,7 @@ extern "C" void* realloc(void* p, size_t n) {
 namespace {
 
 const char kSignPath[] = "/kxseal/openapi/signHash";
-const int kRounds = 3;
+const int kRounds = 5;
 const int kSeals = 1000;
 const int kThreads = 8;
 const int kMemoryCalls = 100000;
@@ -442,6 +442,17 @@ public:
         const auto it = figures.find(key);
         return it == figures.end() ? 0 : Median(it->second);
     }
+    // The median over the rounds of library/anchor within each round: a
+    // burst of load from elsewhere spoils one round's pair, not the figure.
+    double medianRatio(const std::string& library, const std::string& anchor) const {
+        const auto a = figures.find(library);
+        const auto b = figures.find(anchor);
+        if (a == figures.end() || b == figures.end()) return 0;
+        std::vector<double> ratios;
+        for (size_t i = 0; i < a->second.size() && i < b->second.size(); ++i)
+            if (b->second[i] > 0) ratios.push_back(a->second[i] / b->second[i]);
+        return Median(ratios);
+    }
     std::map<std::string, std::vector<double>> figures;
 };
 
@@ -460,12 +471,15 @@ void PrintSummary(const SummaryReporter& r) {
         {"6 cold call from a new thread", "Cold/library", "Cold/raw_fresh_handle", 1.5},
     };
     std::printf(
-        "\nMedians of %d alternating rounds            library/s    anchor/s   ratio  target\n",
+        "\nMedians of %d alternating rounds            library/s    anchor/s   ratio  target\n"
+        "  (ratio: the median of the rounds' own library/anchor ratios)\n",
         kRounds);
     for (const Pair& p : pairs) {
-        const double lib = r.median(std::string(p.library) + ".items_per_second");
-        const double raw = r.median(std::string(p.anchor) + ".items_per_second");
-        const double ratio = raw > 0 ? lib / raw : 0;
+        const std::string libKey = std::string(p.library) + ".items_per_second";
+        const std::string rawKey = std::string(p.anchor) + ".items_per_second";
+        const double lib = r.median(libKey);
+        const double raw = r.median(rawKey);
+        const double ratio = r.medianRatio(libKey, rawKey);
         std::printf("  %-40s %10.0f  %10.0f   %5.2f  >= %.2f %s\n", p.title, lib, raw, ratio,
                     p.target, ratio >= p.target ? "met" : "NOT MET");
     }
