@@ -1,8 +1,8 @@
 // The log: one line per call, secrets masked, appended to a size-rotated file.
 //
-// The caller's thread formats and masks the line and queues it; a writer
-// thread appends what has gathered at least every 100 ms, so that a line
-// costs the caller no system call. Errors, and lines to the standard error
+// The caller's thread formats the line and queues it; a writer thread masks
+// and appends what has gathered at least every 100 ms, so that a line costs
+// the caller no system call and no scan. Errors, and lines to the standard error
 // stream, are written before the call returns, after everything queued
 // before them; the queue is written at normal exit, and by KX_FlushLog.
 #include "KXConfigSnapshot.h"
@@ -254,21 +254,30 @@ struct Sink {
 };
 
 // Lines of one destination, in the order they were logged.
+// Lines of one destination, in the order they were logged, as the callers
+// gave them: each its prefix, then its text, masked when written.
 struct Batch {
+    struct Line {
+        size_t textAt;
+        size_t end;
+    };
     std::shared_ptr<const Target> target;
     std::string bytes;
-    std::vector<size_t> ends;
+    std::vector<Line> lines;
 };
 
 // Past this many queued bytes the caller writes the queue itself, so that a
 // burst never grows memory without bound.
 const size_t kQueueLimitBytes = 4 << 20;
 const auto kGatherTime = std::chrono::milliseconds(100);
+const size_t kKeepBytes = 64 * 1024;
 
 class Log {
 public:
-    // A line with its '\\n'; urgent lines are in the file when this returns.
-    void Add(const std::shared_ptr<const Target>& target, const std::string& line, bool urgent) {
+    // One line: its prefix and its text, not yet masked. Urgent lines are in
+    // the file when this returns.
+    void Add(const std::shared_ptr<const Target>& target, const std::string& prefix,
+             const std::string& text, bool urgent) {
         bool wake = false;
         bool drain = urgent || target->path == "-";
         {
@@ -282,9 +291,11 @@ public:
                 queue_.back().target = target;
             }
             Batch& batch = queue_.back();
-            batch.bytes += line;
-            batch.ends.push_back(batch.bytes.size());
-            queuedBytes_ += line.size();
+            batch.bytes += prefix;
+            const size_t textAt = batch.bytes.size();
+            batch.bytes += text;
+            batch.lines.push_back(Batch::Line{textAt, batch.bytes.size()});
+            queuedBytes_ += prefix.size() + text.size();
             if (!drain && !StartWriter()) drain = true;
             wake = !drain && !pending_;
             pending_ = true;
@@ -294,8 +305,9 @@ public:
         if (drain) Drain();
     }
 
-    // Writes everything queued so far, in order: queues are taken and written
-    // one at a time under the file's lock.
+    // Masks and writes everything queued so far, in order: queues are taken
+    // and written one at a time under the file's lock. Nothing reaches the
+    // file unmasked.
     void Drain() {
         std::lock_guard<std::mutex> fileLock(fileMutex_);
         std::vector<Batch> batches;
@@ -305,7 +317,23 @@ public:
             queuedBytes_ = 0;
             pending_ = false;
         }
-        for (const Batch& b : batches) sink_.Write(*b.target, b.bytes, b.ends);
+        for (const Batch& b : batches) {
+            masked_.clear();
+            ends_.clear();
+            size_t from = 0;
+            for (const Batch::Line& line : b.lines) {
+                masked_.append(b.bytes, from, line.textAt - from);
+                text_.assign(b.bytes, line.textAt, line.end - line.textAt);
+                kxutils::AppendMaskedLogText(text_, masked_);
+                masked_ += '\n';
+                ends_.push_back(masked_.size());
+                from = line.end;
+            }
+            sink_.Write(*b.target, masked_, ends_);
+        }
+        // A burst far past the usual size gives its memory back.
+        if (masked_.capacity() > kKeepBytes) std::string().swap(masked_);
+        if (text_.capacity() > kKeepBytes) std::string().swap(text_);
     }
 
     // At normal exit: the writer stops, the queue is written, and any later
@@ -317,7 +345,10 @@ public:
         }
         wake_.notify_one();
         if (writer_.joinable() && !forked_) writer_.join();
-        Drain();
+        try {
+            Drain();
+        } catch (...) {
+        }
     }
 
     // fork() waits for a write in progress, so that the child gets both
@@ -362,7 +393,11 @@ private:
             // Let lines gather, so that a burst costs one write.
             wake_.wait_for(lock, kGatherTime, [this] { return stopping_; });
             lock.unlock();
-            Drain();
+            try {
+                Drain();
+            } catch (...) {
+                // Out of memory: those lines are lost, the writer goes on.
+            }
             lock.lock();
         }
     }
@@ -385,8 +420,11 @@ private:
     bool forked_ = false;
     std::condition_variable wake_;
     std::thread writer_;
-    std::mutex fileMutex_;  // sink_, and the order of writes
+    std::mutex fileMutex_;  // sink_, the buffers below, and the order of writes
     Sink sink_;
+    std::string masked_;
+    std::string text_;
+    std::vector<size_t> ends_;
 };
 
 }  // namespace
@@ -400,7 +438,7 @@ void KX_WriteLog(KX_LOG_LEVEL level, const char* format, ...) {
 
         // Reused by every line of this thread.
         thread_local std::string text;
-        thread_local std::string line;
+        thread_local std::string prefix;
         bool formatted = false;
         va_list ap;
         va_start(ap, format);
@@ -412,14 +450,11 @@ void KX_WriteLog(KX_LOG_LEVEL level, const char* format, ...) {
         va_end(ap);
         if (!formatted) text = std::string("(unformattable log text) ") + format;
 
-        line.clear();
-        AppendPrefix(static_cast<int>(level), line);
-        kxutils::AppendMaskedLogText(text, line);
-        line += '\n';
-        Log::TheLog().Add(target, line, level >= KX_LOG_ERROR);
+        prefix.clear();
+        AppendPrefix(static_cast<int>(level), prefix);
+        Log::TheLog().Add(target, prefix, text, level >= KX_LOG_ERROR);
         // A line far past the usual size gives its memory back.
-        if (line.capacity() > 64 * 1024) std::string().swap(line);
-        if (text.capacity() > 64 * 1024) std::string().swap(text);
+        if (text.capacity() > kKeepBytes) std::string().swap(text);
     } catch (...) {
         // The log never disturbs its caller.
     }
