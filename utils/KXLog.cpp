@@ -2,7 +2,8 @@
 //
 // The caller's thread formats the line and queues it; a writer thread masks
 // and appends what has gathered at least every 100 ms, so that a line costs
-// the caller no system call and no scan. Errors, and lines to the standard error
+// the caller no system call and no scan (unless the writer falls behind: the
+// caller then masks its own line). Errors, and lines to the standard error
 // stream, are written before the call returns, after everything queued
 // before them; the queue is written at normal exit, and by KX_FlushLog.
 #include "KXConfigSnapshot.h"
@@ -13,6 +14,7 @@
 #include <pthread.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdarg>
@@ -253,31 +255,39 @@ struct Sink {
     }
 };
 
-// Lines of one destination, in the order they were logged.
 // Lines of one destination, in the order they were logged, as the callers
-// gave them: each its prefix, then its text, masked when written.
+// gave them: each its prefix, then its text, masked when written unless the
+// caller masked it.
 struct Batch {
     struct Line {
         size_t textAt;
         size_t end;
+        bool masked;
     };
     std::shared_ptr<const Target> target;
     std::string bytes;
     std::vector<Line> lines;
 };
 
-// Past this many queued bytes the caller writes the queue itself, so that a
-// burst never grows memory without bound.
+// Past kWakeBytes queued the writer starts at once; past kCallerMasksBytes
+// (the writer falls behind) callers mask their own lines; past
+// kQueueLimitBytes a caller writes the queue itself, so that a burst never
+// grows memory without bound.
+const size_t kWakeBytes = 256 << 10;
+const size_t kCallerMasksBytes = 1 << 20;
 const size_t kQueueLimitBytes = 4 << 20;
 const auto kGatherTime = std::chrono::milliseconds(100);
 const size_t kKeepBytes = 64 * 1024;
 
 class Log {
 public:
-    // One line: its prefix and its text, not yet masked. Urgent lines are in
+    // Whether the writer falls behind, so that the caller masks its line.
+    bool Behind() const { return queuedBytes_.load(std::memory_order_relaxed) > kCallerMasksBytes; }
+
+    // One line: its prefix and its text, masked or not. Urgent lines are in
     // the file when this returns.
     void Add(const std::shared_ptr<const Target>& target, const std::string& prefix,
-             const std::string& text, bool urgent) {
+             const std::string& text, bool masked, bool urgent) {
         bool wake = false;
         bool drain = urgent || target->path == "-";
         {
@@ -294,12 +304,14 @@ public:
             batch.bytes += prefix;
             const size_t textAt = batch.bytes.size();
             batch.bytes += text;
-            batch.lines.push_back(Batch::Line{textAt, batch.bytes.size()});
-            queuedBytes_ += prefix.size() + text.size();
+            batch.lines.push_back(Batch::Line{textAt, batch.bytes.size(), masked});
+            const size_t before = queuedBytes_.load(std::memory_order_relaxed);
+            const size_t queued = before + prefix.size() + text.size();
+            queuedBytes_.store(queued, std::memory_order_relaxed);
             if (!drain && !StartWriter()) drain = true;
-            wake = !drain && !pending_;
+            wake = !drain && (!pending_ || (before < kWakeBytes && queued >= kWakeBytes));
             pending_ = true;
-            drain = drain || queuedBytes_ > kQueueLimitBytes;
+            drain = drain || queued > kQueueLimitBytes;
         }
         if (wake) wake_.notify_one();
         if (drain) Drain();
@@ -323,8 +335,12 @@ public:
             size_t from = 0;
             for (const Batch::Line& line : b.lines) {
                 masked_.append(b.bytes, from, line.textAt - from);
-                text_.assign(b.bytes, line.textAt, line.end - line.textAt);
-                kxutils::AppendMaskedLogText(text_, masked_);
+                if (line.masked) {
+                    masked_.append(b.bytes, line.textAt, line.end - line.textAt);
+                } else {
+                    text_.assign(b.bytes, line.textAt, line.end - line.textAt);
+                    kxutils::AppendMaskedLogText(text_, masked_);
+                }
                 masked_ += '\n';
                 ends_.push_back(masked_.size());
                 from = line.end;
@@ -391,7 +407,9 @@ private:
         while (!stopping_) {
             wake_.wait(lock, [this] { return stopping_ || pending_; });
             // Let lines gather, so that a burst costs one write.
-            wake_.wait_for(lock, kGatherTime, [this] { return stopping_; });
+            wake_.wait_for(lock, kGatherTime, [this] {
+                return stopping_ || queuedBytes_.load(std::memory_order_relaxed) >= kWakeBytes;
+            });
             lock.unlock();
             try {
                 Drain();
@@ -413,8 +431,8 @@ private:
     std::mutex queueMutex_;  // queue_ and the writer's state
     std::vector<Batch> queue_;
     std::shared_ptr<const Target> lastTarget_;  // of the line queued last
-    size_t queuedBytes_ = 0;
-    bool pending_ = false;  // lines wait; the writer was woken for them
+    std::atomic<size_t> queuedBytes_{0};        // written under queueMutex_
+    bool pending_ = false;                      // lines wait; the writer was woken for them
     bool started_ = false;
     bool stopping_ = false;
     bool forked_ = false;
@@ -452,7 +470,16 @@ void KX_WriteLog(KX_LOG_LEVEL level, const char* format, ...) {
 
         prefix.clear();
         AppendPrefix(static_cast<int>(level), prefix);
-        Log::TheLog().Add(target, prefix, text, level >= KX_LOG_ERROR);
+        Log& log = Log::TheLog();
+        if (log.Behind()) {
+            thread_local std::string masked;
+            masked.clear();
+            kxutils::AppendMaskedLogText(text, masked);
+            log.Add(target, prefix, masked, true, level >= KX_LOG_ERROR);
+            if (masked.capacity() > kKeepBytes) std::string().swap(masked);
+        } else {
+            log.Add(target, prefix, text, false, level >= KX_LOG_ERROR);
+        }
         // A line far past the usual size gives its memory back.
         if (text.capacity() > kKeepBytes) std::string().swap(text);
     } catch (...) {
