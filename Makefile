@@ -38,7 +38,7 @@ demo: build
 format:
 	@clang-format -i $$(git ls-files '*.cpp' '*.h')
 
-# Benchmarks: the seal client's round trips next to raw libcurl, and seal-list parsing.
+# Benchmarks: each of the library's figures beside its raw anchor, in one run.
 .PHONY: bench
 bench: configure
 	@cmake --build $(BUILD_DIR) -j $(JOBS) --target seal_bench

@@ -8,7 +8,8 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string text(reinterpret_cast<const char*>(data), size);
-    kxutils::MaskLogText(text);
+    std::string masked;
+    kxutils::AppendMaskedLogText(text, masked);
     const KX_TuoMinData rules[] = {KX_TuoMinData(KX_TUOMIN_JSON_KEY, "idNo", 6, 8),
                                    KX_TuoMinData(KX_TUOMIN_JSON_KEY, "loginAccount", 3, 4)};
     IWK_DataTuomin(text, rules, 2);

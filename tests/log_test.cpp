@@ -4,12 +4,15 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <fstream>
+#include <iterator>
 #include <regex>
 #include <chrono>
 #include <sstream>
 #include <thread>
 
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -158,6 +161,34 @@ TEST(Log, ConcurrentWritersGiveWholeLines) {
     std::sort(want.begin(), want.end());
     EXPECT_EQ(want.size(), got.size());
     EXPECT_TRUE(want == got);  // every line whole, none lost or doubled
+}
+
+// Queued lines: a failure is in the file when its call returns, behind every
+// line before it; a process that exits normally leaves every line, also one
+// that forked after its writer thread started.
+TEST(Log, WhenLinesReachTheFile) {
+    TempEnv env;
+    auto unflushed = [&] {  // the file as it is, without KX_FlushLog
+        std::ifstream in(env.logPath());
+        return std::string(std::istreambuf_iterator<char>(in), {});
+    };
+    KX_WriteLog(KX_LOG_TRACE, "first");  // makes the file
+    KX_WriteLog(KX_LOG_TRACE, "queued");
+    KX_WriteLog(KX_LOG_ERROR, "failure");
+    EXPECT_EQ("TRACE first\nTRACE queued\nERROR failure\n", Tails(unflushed()));
+
+    const std::string child = env.dir() + "/child.log";
+    const pid_t pid = ::fork();
+    if (pid == 0) {
+        ::setenv("KX_LOG_FILE", child.c_str(), 1);
+        for (int i = 0; i < 2000; ++i) KX_WriteLog(KX_LOG_TRACE, "line %d", i);
+        std::exit(0);
+    }
+    int status = 0;
+    ASSERT_EQ(pid, ::waitpid(pid, &status, 0));
+    const std::vector<std::string> lines = Lines(Tails(ReadFileText(child)));
+    ASSERT_EQ(2000u, lines.size());
+    EXPECT_EQ("TRACE line 1999", lines.back());
 }
 
 TEST(Mask, LogText) {

@@ -25,6 +25,8 @@ public:
     // As IWK_GetConfig: a key of the table in its section, with its default.
     int Get(KXKey key, std::string& value) const;
     int Get(KXKey key, int& value) const;
+    // The parsed store itself: two snapshots with the same one read alike.
+    const std::shared_ptr<const void>& store() const { return store_; }
 
 private:
     std::shared_ptr<const void> store_;

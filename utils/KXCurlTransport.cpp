@@ -1,5 +1,6 @@
 // The libcurl transport. Each thread keeps one easy handle for its whole life,
-// so sequential requests to one server share a kept-alive connection.
+// so sequential requests to one server share a kept-alive connection, and the
+// handle's options stay set between them.
 #include <curl/curl.h>
 #include <openssl/ssl.h>
 
@@ -10,6 +11,7 @@
 #include <new>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "KXCurlErrors.h"
 #include "KXHttpParts.h"
@@ -43,55 +45,76 @@ bool GlobalSetUp(std::string& detail) {
     return false;
 }
 
-// The handle of this thread. Its connection cache survives curl_easy_reset.
-class ThreadHandle {
-public:
-    ThreadHandle() = default;
-    ThreadHandle(const ThreadHandle&) = delete;
-    ThreadHandle& operator=(const ThreadHandle&) = delete;
-    ~ThreadHandle() {
-        if (handle_ != nullptr) curl_easy_cleanup(handle_);
-    }
+// What every handle of the process shares: TLS sessions, so that a new
+// connection (a new thread, or after the server closed an idle one) resumes
+// its session instead of a full handshake, and resolved names. Never
+// destroyed: threads keep their handles until they end. Null when curl could
+// not make it; handles then go without.
+CURLSH* Share() {
+    struct Shared {
+        CURLSH* share = curl_share_init();
+        std::mutex locks[CURL_LOCK_DATA_LAST];
 
-    CURL* handle_ = nullptr;
-    bool busy_ = false;
-};
-
-// Lends the thread's handle for one request, or a fresh one if the thread's
-// handle is already in use further up the stack.
-class HandleLease {
-public:
-    HandleLease() {
-        thread_local ThreadHandle mine;
-        if (!mine.busy_) {
-            if (mine.handle_ == nullptr) mine.handle_ = curl_easy_init();
-            if (mine.handle_ != nullptr) {
-                owner_ = &mine;
-                mine.busy_ = true;
-                handle_ = mine.handle_;
-                return;
+        Shared() {
+            if (share == nullptr) return;
+            const bool ok =
+                curl_share_setopt(share, CURLSHOPT_LOCKFUNC, &Lock) == CURLSHE_OK &&
+                curl_share_setopt(share, CURLSHOPT_UNLOCKFUNC, &Unlock) == CURLSHE_OK &&
+                curl_share_setopt(share, CURLSHOPT_USERDATA, this) == CURLSHE_OK &&
+                curl_share_setopt(share, CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION) ==
+                    CURLSHE_OK &&
+                curl_share_setopt(share, CURLSHOPT_SHARE, CURL_LOCK_DATA_DNS) == CURLSHE_OK;
+            if (!ok) {
+                curl_share_cleanup(share);
+                share = nullptr;
             }
         }
-        handle_ = curl_easy_init();
-    }
-    HandleLease(const HandleLease&) = delete;
-    HandleLease& operator=(const HandleLease&) = delete;
-    ~HandleLease() {
-        if (handle_ == nullptr) return;
-        if (owner_ != nullptr) {
-            // Drops every option (and pointers into this call's buffers) but
-            // keeps the live connections.
-            curl_easy_reset(handle_);
-            owner_->busy_ = false;
-        } else {
-            curl_easy_cleanup(handle_);
+        static void Lock(CURL*, curl_lock_data data, curl_lock_access, void* user) {
+            static_cast<Shared*>(user)->locks[data].lock();
         }
+        static void Unlock(CURL*, curl_lock_data data, void* user) {
+            static_cast<Shared*>(user)->locks[data].unlock();
+        }
+    };
+    static Shared* shared = new Shared;
+    return shared->share;
+}
+
+// Handles of threads that ended, for threads that start: a handle keeps its
+// live connections and the trust store it loaded, so that a new thread's
+// first request costs no more than a resumed handshake at worst. Never
+// destroyed, like the share.
+class IdleHandles {
+public:
+    static IdleHandles& Instance() {
+        static IdleHandles* idle = new IdleHandles;
+        return *idle;
     }
-    CURL* get() const { return handle_; }
+    CURL* Take() {
+        std::lock_guard<std::mutex> lock(mutex_);
+        if (handles_.empty()) return nullptr;
+        CURL* curl = handles_.back();
+        handles_.pop_back();
+        return curl;
+    }
+    // Takes over curl, which has been reset.
+    void Give(CURL* curl) {
+        std::unique_lock<std::mutex> lock(mutex_);
+        if (handles_.size() < kMax) {
+            try {
+                handles_.push_back(curl);
+                return;
+            } catch (...) {
+            }
+        }
+        lock.unlock();
+        curl_easy_cleanup(curl);
+    }
 
 private:
-    CURL* handle_ = nullptr;
-    ThreadHandle* owner_ = nullptr;
+    static const size_t kMax = 16;
+    std::mutex mutex_;
+    std::vector<CURL*> handles_;
 };
 
 class HeaderList {
@@ -202,6 +225,188 @@ void Fail(KXWireReply& reply, int code, std::string detail) {
     reply.code = code;
     reply.detail = std::move(detail);
 }
+
+// The options of a request that seldom change between the requests of one
+// thread. While they stay the same, a handle keeps every option set and a
+// request sets only the URL, the header lines and the body that differ.
+struct Fixed {
+    std::string method;
+    bool verifyTls = true;
+    std::string caFile;
+    long connectTimeoutMs = 0;
+    long timeoutMs = 0;
+    bool proxySet = false;
+    std::string proxy;
+    long long maxReplyBytes = 0;
+
+    static Fixed Of(const KXWireRequest& r) {
+        return Fixed{r.method,    r.verifyTls, r.caFile, r.connectTimeoutMs,
+                     r.timeoutMs, r.proxySet,  r.proxy,  r.maxReplyBytes};
+    }
+    bool operator==(const Fixed& o) const {
+        return method == o.method && verifyTls == o.verifyTls && caFile == o.caFile &&
+               connectTimeoutMs == o.connectTimeoutMs && timeoutMs == o.timeoutMs &&
+               proxySet == o.proxySet && proxy == o.proxy && maxReplyBytes == o.maxReplyBytes;
+    }
+};
+
+// An easy handle with what its options point to: the transfer record, the
+// error text and the header list live as long as the handle does.
+class Handle {
+public:
+    Handle(const Handle&) = delete;
+    Handle& operator=(const Handle&) = delete;
+    // A thread's handle goes to the idle ones when the thread ends.
+    explicit Handle(bool pooled) : pooled_(pooled) {}
+    ~Handle() {
+        if (curl_ == nullptr) return;
+        if (pooled_) {
+            // Drops every option, keeps connections and the trust store.
+            curl_easy_reset(curl_);
+            IdleHandles::Instance().Give(curl_);
+        } else {
+            curl_easy_cleanup(curl_);
+        }
+    }
+
+    // False when curl could not make the handle.
+    bool Open() {
+        if (curl_ != nullptr) return true;
+        if (pooled_) curl_ = IdleHandles::Instance().Take();
+        if (curl_ != nullptr) return true;
+        curl_ = curl_easy_init();
+        if (curl_ == nullptr) return false;
+        CURLSH* share = Share();
+        if (share != nullptr) curl_easy_setopt(curl_, CURLOPT_SHARE, share);
+        return true;
+    }
+
+    // Sets what this request needs that is not set yet.
+    CURLcode Prepare(const KXWireRequest& request) {
+        transfer_ = Transfer();
+        transfer_.limit = request.maxReplyBytes > 0 ? static_cast<size_t>(request.maxReplyBytes)
+                                                    : static_cast<size_t>(-1);
+        errorBuffer_[0] = '\0';
+        Options opt(curl_);
+        const Fixed fixed = Fixed::Of(request);
+        // Uploads, downloads and progress set options of their own: they
+        // start from curl's defaults.
+        if (!request.parts.empty() || !request.downloadPath.empty() || request.progress != nullptr)
+            ready_ = false;
+        if (!ready_ || !(fixed_ == fixed)) {
+            // Back to curl's defaults (the live connections stay), then all of it.
+            if (ready_ || fixedSet_) curl_easy_reset(curl_);
+            ready_ = false;
+            fixedSet_ = true;
+            url_.clear();
+            target_.clear();
+            headerLines_.clear();
+            headers_.reset(new HeaderList);
+            SetFixed(opt, request);
+            fixed_ = fixed;
+        }
+        const std::string target = TargetOf(request);
+        if (url_ != request.url || target_ != target) {
+            opt.set(CURLOPT_URL, request.url.c_str());
+            opt.set(CURLOPT_REQUEST_TARGET, target.c_str());
+            url_ = request.url;
+            target_ = target;
+        }
+        if (headerLines_ != request.headers || !headers_->get()) {
+            std::unique_ptr<HeaderList> headers(new HeaderList);
+            // Keeps curl from sending "Expect: 100-continue" before a large
+            // body and waiting for an answer.
+            bool ok = headers->add("Expect:");
+            for (const std::string& line : request.headers) ok = ok && headers->add(line);
+            if (!ok) throw std::bad_alloc();
+            opt.set(CURLOPT_HTTPHEADER, headers->get());
+            headers_.swap(headers);
+            headerLines_ = request.headers;
+        }
+        if (request.method != "GET" && request.parts.empty()) {
+            opt.set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request.body.size()));
+            opt.set(CURLOPT_POSTFIELDS, request.body.data());
+        }
+        ready_ = opt.status() == CURLE_OK;
+        return opt.status();
+    }
+
+    CURL* curl() const { return curl_; }
+    Transfer& transfer() { return transfer_; }
+    // The next Prepare sets every option again.
+    void Invalidate() { ready_ = false; }
+    const char* error() const { return errorBuffer_; }
+    bool busy = false;
+
+private:
+    void SetFixed(Options& opt, const KXWireRequest& request) {
+        opt.set(CURLOPT_ERRORBUFFER, errorBuffer_);
+        opt.set(CURLOPT_PROTOCOLS_STR, "http,https");
+        opt.set(CURLOPT_NOSIGNAL, 1L);
+        opt.set(CURLOPT_FOLLOWLOCATION, 0L);
+        opt.set(CURLOPT_WRITEFUNCTION, &OnReplyBytes);
+        opt.set(CURLOPT_WRITEDATA, &transfer_);
+        opt.set(CURLOPT_HEADERFUNCTION, &OnHeaderLine);
+        opt.set(CURLOPT_HEADERDATA, &transfer_);
+        if (request.maxReplyBytes > 0)
+            opt.set(CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(request.maxReplyBytes));
+        opt.set(CURLOPT_CONNECTTIMEOUT_MS, request.connectTimeoutMs);
+        opt.set(CURLOPT_TIMEOUT_MS, request.timeoutMs);
+        opt.set(CURLOPT_SSL_VERIFYPEER, request.verifyTls ? 1L : 0L);
+        opt.set(CURLOPT_SSL_VERIFYHOST, request.verifyTls ? 2L : 0L);
+        if (!request.caFile.empty()) {
+            // The named bundle is the whole trust: the system directory no longer counts.
+            opt.set(CURLOPT_CAINFO, request.caFile.c_str());
+            opt.set(CURLOPT_CAPATH, static_cast<const char*>(nullptr));
+        }
+        if (request.proxySet) opt.set(CURLOPT_PROXY, request.proxy.c_str());
+        if (request.method == "GET") {
+            opt.set(CURLOPT_HTTPGET, 1L);
+        } else {
+            opt.set(CURLOPT_POST, 1L);
+            if (request.method != "POST") opt.set(CURLOPT_CUSTOMREQUEST, request.method.c_str());
+        }
+    }
+
+    const bool pooled_;
+    CURL* curl_ = nullptr;
+    Transfer transfer_;
+    char errorBuffer_[CURL_ERROR_SIZE] = {0};
+    bool ready_ = false;     // every option of fixed_ and url_ is in place
+    bool fixedSet_ = false;  // options were set since the handle was made
+    Fixed fixed_;
+    std::string url_;
+    std::string target_;
+    std::vector<std::string> headerLines_;
+    std::unique_ptr<HeaderList> headers_{new HeaderList};
+};
+
+// Lends the thread's handle for one request, or a fresh one if the thread's
+// handle is already in use further up the stack. The thread's handle keeps
+// its connections and its options between requests.
+class HandleLease {
+public:
+    HandleLease() {
+        thread_local Handle mine(true);
+        if (!mine.busy && mine.Open()) {
+            mine.busy = true;
+            handle_ = &mine;
+            return;
+        }
+        fresh_.reset(new Handle(false));
+        if (fresh_->Open()) handle_ = fresh_.get();
+    }
+    HandleLease(const HandleLease&) = delete;
+    HandleLease& operator=(const HandleLease&) = delete;
+    ~HandleLease() {
+        if (handle_ != nullptr && !fresh_) handle_->busy = false;
+    }
+    Handle* get() const { return handle_; }
+
+private:
+    Handle* handle_ = nullptr;
+    std::unique_ptr<Handle> fresh_;
+};
 
 // ---------------------------------------------------------------------------
 // Multipart uploads, downloads to a file and progress: apart from the plain
@@ -332,66 +537,35 @@ void Run(const KXWireRequest& request, KXWireReply& reply) {
     std::string detail;
     if (!GlobalSetUp(detail)) return Fail(reply, KX_ERR_HTTP_TRANSPORT, detail);
 
-    HeaderList headers;
-    // Keeps curl from sending "Expect: 100-continue" before a large body and
-    // waiting for an answer.
-    bool ok = headers.add("Expect:");
-    for (const std::string& line : request.headers) ok = ok && headers.add(line);
-    if (!ok) throw std::bad_alloc();
-
     HandleLease lease;
-    CURL* curl = lease.get();
-    if (curl == nullptr) throw std::bad_alloc();
+    Handle* handle = lease.get();
+    if (handle == nullptr) throw std::bad_alloc();
+    const CURLcode set = handle->Prepare(request);
+    if (set != CURLE_OK)
+        return Fail(reply, KX_ERR_HTTP_TRANSPORT,
+                    std::string("curl_easy_setopt: ") + curl_easy_strerror(set));
 
-    Transfer transfer;
-    transfer.limit = request.maxReplyBytes > 0 ? static_cast<size_t>(request.maxReplyBytes)
-                                               : static_cast<size_t>(-1);
-    const std::string target = TargetOf(request);
-    char errorBuffer[CURL_ERROR_SIZE];
-    errorBuffer[0] = '\0';
-
-    Options opt(curl);
-    opt.set(CURLOPT_ERRORBUFFER, errorBuffer);
-    opt.set(CURLOPT_URL, request.url.c_str());
-    opt.set(CURLOPT_REQUEST_TARGET, target.c_str());
-    opt.set(CURLOPT_PROTOCOLS_STR, "http,https");
-    opt.set(CURLOPT_NOSIGNAL, 1L);
-    opt.set(CURLOPT_FOLLOWLOCATION, 0L);
-    opt.set(CURLOPT_HTTPHEADER, headers.get());
-    opt.set(CURLOPT_WRITEFUNCTION, &OnReplyBytes);
-    opt.set(CURLOPT_WRITEDATA, &transfer);
-    opt.set(CURLOPT_HEADERFUNCTION, &OnHeaderLine);
-    opt.set(CURLOPT_HEADERDATA, &transfer);
-    if (request.maxReplyBytes > 0 && request.downloadPath.empty())
-        opt.set(CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(request.maxReplyBytes));
-    opt.set(CURLOPT_CONNECTTIMEOUT_MS, request.connectTimeoutMs);
-    opt.set(CURLOPT_TIMEOUT_MS, request.timeoutMs);
-    opt.set(CURLOPT_SSL_VERIFYPEER, request.verifyTls ? 1L : 0L);
-    opt.set(CURLOPT_SSL_VERIFYHOST, request.verifyTls ? 2L : 0L);
-    if (!request.caFile.empty()) {
-        // The named bundle is the whole trust: the system directory no longer counts.
-        opt.set(CURLOPT_CAINFO, request.caFile.c_str());
-        opt.set(CURLOPT_CAPATH, static_cast<const char*>(nullptr));
-    }
-    if (request.proxySet) opt.set(CURLOPT_PROXY, request.proxy.c_str());
-
+    CURL* curl = handle->curl();
+    Transfer& transfer = handle->transfer();
     MimeBody mime;
     std::unique_ptr<DownloadSink> sink;
-    if (!request.downloadPath.empty())
-        sink.reset(new DownloadSink(curl, request.downloadPath, transfer));
-    const int fileCode = SetFileOptions(opt, curl, request, mime, sink.get(), detail);
-    if (fileCode != KX_OK) return Fail(reply, fileCode, detail);
-    if (request.method == "GET") {
-        opt.set(CURLOPT_HTTPGET, 1L);
-    } else if (request.parts.empty()) {
-        opt.set(CURLOPT_POST, 1L);
-        opt.set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request.body.size()));
-        opt.set(CURLOPT_POSTFIELDS, request.body.data());
-        if (request.method != "POST") opt.set(CURLOPT_CUSTOMREQUEST, request.method.c_str());
+    const bool special =
+        !request.parts.empty() || !request.downloadPath.empty() || request.progress != nullptr;
+    if (special) {
+        // These options are the request's own: the next request starts the
+        // handle's options afresh.
+        handle->Invalidate();
+        Options opt(curl);
+        if (!request.downloadPath.empty()) {
+            sink.reset(new DownloadSink(curl, request.downloadPath, transfer));
+            opt.set(CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(0));
+        }
+        const int fileCode = SetFileOptions(opt, curl, request, mime, sink.get(), detail);
+        if (fileCode != KX_OK) return Fail(reply, fileCode, detail);
+        if (opt.status() != CURLE_OK)
+            return Fail(reply, KX_ERR_HTTP_TRANSPORT,
+                        std::string("curl_easy_setopt: ") + curl_easy_strerror(opt.status()));
     }
-    if (opt.status() != CURLE_OK)
-        return Fail(reply, KX_ERR_HTTP_TRANSPORT,
-                    std::string("curl_easy_setopt: ") + curl_easy_strerror(opt.status()));
 
     const CURLcode rc = curl_easy_perform(curl);
     reply.statusLine = transfer.statusLine;
@@ -406,7 +580,7 @@ void Run(const KXWireRequest& request, KXWireReply& reply) {
         char* ip = nullptr;
         curl_easy_getinfo(curl, CURLINFO_PRIMARY_IP, &ip);
         return Fail(reply, kxhttp::MapCurlCode(rc, ip != nullptr && ip[0] != '\0'),
-                    errorBuffer[0] != '\0' ? errorBuffer : curl_easy_strerror(rc));
+                    handle->error()[0] != '\0' ? handle->error() : curl_easy_strerror(rc));
     }
     curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &reply.status);
     if (sink && sink->Commit(detail) != KX_OK) return Fail(reply, KX_ERR_HTTP_LOCAL_FILE, detail);

@@ -3,6 +3,7 @@
 #include "KXMask.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -37,6 +38,54 @@ std::shared_ptr<const std::vector<std::string>> Secrets() {
 
 const char* const kSecretKeys[] = {"password", "passwd",        "pwd",       "signPwd",
                                    "secret",   "ProjectSecret", "appSecret", "X-KX-Signature"};
+const size_t kKeyCount = sizeof kSecretKeys / sizeof kSecretKeys[0];
+
+// The keys by their first letter folded to lower case, in the order of
+// kSecretKeys, with their lengths: a line is scanned byte by byte, and most
+// bytes start no key.
+struct KeyIndex {
+    struct Key {
+        const char* name;
+        size_t length;
+    };
+    Key byLetter[256][kKeyCount] = {};
+    size_t count[256] = {};
+    // Whether any key starts with this pair of bytes, in any case: 8 KB.
+    uint64_t pairs[256][4] = {};
+
+    KeyIndex() {
+        for (const char* key : kSecretKeys) {
+            const unsigned char first = static_cast<unsigned char>(kxascii::Lower(key[0]));
+            byLetter[first][count[first]++] = Key{key, std::char_traits<char>::length(key)};
+            for (const char a : {kxascii::Lower(key[0]), kxascii::Upper(key[0])}) {
+                for (const char b : {kxascii::Lower(key[1]), kxascii::Upper(key[1])}) {
+                    const unsigned char second = static_cast<unsigned char>(b);
+                    pairs[static_cast<unsigned char>(a)][second >> 6] |= uint64_t(1)
+                                                                         << (second & 63);
+                }
+            }
+        }
+    }
+    bool MayStartKey(char first, char second) const {
+        const unsigned char b = static_cast<unsigned char>(second);
+        return (pairs[static_cast<unsigned char>(first)][b >> 6] >> (b & 63)) & 1;
+    }
+};
+
+// kxascii::MatchesNoCaseAt with the length known, the first byte already
+// matched.
+bool MatchesAt(const std::string& s, size_t at, const KeyIndex::Key& key) {
+    if (s.size() - at < key.length) return false;
+    for (size_t k = 1; k < key.length; ++k) {
+        if (kxascii::Lower(s[at + k]) != kxascii::Lower(key.name[k])) return false;
+    }
+    return true;
+}
+
+const KeyIndex& Keys() {
+    static const KeyIndex index;
+    return index;
+}
 
 using kxascii::IsBlank;
 
@@ -115,23 +164,26 @@ bool FindValue(const std::string& s, size_t j, size_t& begin, size_t& end) {
     return false;
 }
 
-std::string MaskKeys(const std::string& s) {
-    std::string out;
-    out.reserve(s.size());
+// Appends s to out with the value of every secret key masked.
+void MaskKeys(const std::string& s, std::string& out) {
+    const KeyIndex& keys = Keys();
+    out.reserve(out.size() + s.size());
     size_t copied = 0;
     size_t i = 0;
-    while (i < s.size()) {
-        const char c = kxascii::Lower(s[i]);
-        // Every key starts with one of these letters; skip the rest quickly.
-        if (c != 'p' && c != 's' && c != 'a' && c != 'x') {
+    // Every key is longer than two bytes.
+    while (i + 1 < s.size()) {
+        if (!keys.MayStartKey(s[i], s[i + 1])) {
             ++i;
             continue;
         }
+        const unsigned char c = static_cast<unsigned char>(kxascii::Lower(s[i]));
+        const size_t candidates = keys.count[c];
         bool masked = false;
-        for (const char* key : kSecretKeys) {
-            if (!kxascii::MatchesNoCaseAt(s, i, key)) continue;
+        for (size_t k = 0; k < candidates; ++k) {
+            const KeyIndex::Key& key = keys.byLetter[c][k];
+            if (!MatchesAt(s, i, key)) continue;
             size_t begin = 0, end = 0;
-            if (FindValue(s, i + std::char_traits<char>::length(key), begin, end)) {
+            if (FindValue(s, i + key.length, begin, end)) {
                 out.append(s, copied, begin - copied);
                 out += kMask;
                 copied = end;
@@ -143,30 +195,31 @@ std::string MaskKeys(const std::string& s) {
         if (!masked) ++i;
     }
     out.append(s, copied, std::string::npos);
-    return out;
 }
 
 }  // namespace
 
 namespace kxutils {
 
-std::string MaskLogText(const std::string& text) {
-    std::string s = text;
+void AppendMaskedLogText(const std::string& text, std::string& out) {
     const auto secrets = Secrets();
+    const std::string* s = &text;
+    std::string replaced;
     for (const std::string& secret : *secrets) {
-        size_t pos = s.find(secret);
+        size_t pos = s->find(secret);
         if (pos == std::string::npos) continue;
-        std::string out;
+        std::string next;
         size_t from = 0;
-        for (; pos != std::string::npos; pos = s.find(secret, from)) {
-            out.append(s, from, pos - from);
-            out += kMask;
+        for (; pos != std::string::npos; pos = s->find(secret, from)) {
+            next.append(*s, from, pos - from);
+            next += kMask;
             from = pos + secret.size();
         }
-        out.append(s, from, std::string::npos);
-        s.swap(out);
+        next.append(*s, from, std::string::npos);
+        replaced.swap(next);
+        s = &replaced;
     }
-    return MaskKeys(s);
+    MaskKeys(*s, out);
 }
 
 }  // namespace kxutils

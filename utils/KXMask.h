@@ -5,7 +5,7 @@
 
 namespace kxutils {
 
-// The text with every registered secret (IWK_RegisterSecret) and the values
+// Appends to out the text with every registered secret (IWK_RegisterSecret) and the values
 // of the secret keys (password, passwd, pwd, signPwd, secret, ProjectSecret,
 // appSecret, X-KX-Signature; any case) replaced by "******". Key forms:
 //   key=value      a query, form or log text; quotes ' or " enclose a value
@@ -14,6 +14,6 @@ namespace kxutils {
 // A plain value (key=, key:) ends at the first blank, tab, CR, LF, '"', '\'',
 // ',', ';', '&' or '>', or at the end: in a framed line <src [n] - fn> <"text">
 // the frame's closing "> is never hidden. "key::" is a C++ scope, no key.
-std::string MaskLogText(const std::string& text);
+void AppendMaskedLogText(const std::string& text, std::string& out);
 
 }  // namespace kxutils

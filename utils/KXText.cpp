@@ -14,52 +14,93 @@ namespace {
 
 const char kB64Std[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
-bool IsB64Space(char c) {
-    return c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == '\v' || c == '\f';
-}
+// Value of each byte in one alphabet: 0..63, kSpace for the blanks a
+// decoder skips, kBad for anything else ('=' too: padding is cut first).
+const signed char kBad = -1;
+const signed char kSpace = -2;
 
-int B64Value(unsigned char c, bool url) {
-    if (c >= 'A' && c <= 'Z') return c - 'A';
-    if (c >= 'a' && c <= 'z') return c - 'a' + 26;
-    if (c >= '0' && c <= '9') return c - '0' + 52;
-    if (c == (url ? '-' : '+')) return 62;
-    if (c == (url ? '_' : '/')) return 63;
-    return -1;
-}
-
-// Decodes Base64 of either alphabet; false on any malformed input. With
-// paddingOptional a final group of 2 or 3 characters may stand unpadded.
-bool B64Decode(const std::string& in, bool url, bool paddingOptional, std::string& out) {
-    std::string s;
-    s.reserve(in.size());
-    for (char c : in) {
-        if (!IsB64Space(c)) s.push_back(c);
+struct B64Table {
+    signed char value[256];
+    explicit B64Table(bool url) {
+        for (signed char& v : value) v = kBad;
+        for (int i = 0; i < 64; ++i)
+            value[static_cast<unsigned char>(kB64Std[i])] = static_cast<signed char>(i);
+        if (url) {
+            value[static_cast<unsigned char>('+')] = kBad;
+            value[static_cast<unsigned char>('/')] = kBad;
+            value[static_cast<unsigned char>('-')] = 62;
+            value[static_cast<unsigned char>('_')] = 63;
+        }
+        for (char c : {' ', '\t', '\r', '\n', '\v', '\f'})
+            value[static_cast<unsigned char>(c)] = kSpace;
     }
+};
+
+const B64Table& TableOf(bool url) {
+    static const B64Table standard(false), urlSafe(true);
+    return url ? urlSafe : standard;
+}
+
+enum class B64 { Ok, Bad, Blank };
+
+B64 Failure(const signed char* value, const unsigned char* p, size_t n) {
+    for (size_t k = 0; k < n; ++k)
+        if (value[p[k]] == kSpace) return B64::Blank;
+    return B64::Bad;
+}
+
+// Decodes s, which must hold no blanks: Blank when it fails and holds any
+// (all before the failing byte decoded, so only the rest is looked at).
+B64 DecodeAs(const std::string& s, const signed char* value, bool paddingOptional,
+             std::string& out) {
+    const unsigned char* p = reinterpret_cast<const unsigned char*>(s.data());
     size_t pad = 0;
     while (pad < s.size() && pad < 2 && s[s.size() - 1 - pad] == '=') ++pad;
     const size_t body = s.size() - pad;
-    if (pad > 0 || !paddingOptional) {
-        if (s.size() % 4 != 0) return false;
-    } else if (body % 4 == 1) {
-        return false;
+    // A lone trailing character of a group cannot carry a whole byte.
+    if (((pad > 0 || !paddingOptional) && s.size() % 4 != 0) || body % 4 == 1)
+        return Failure(value, p, s.size());
+    out.resize(body / 4 * 3 + 2);
+    char* o = &out[0];
+    size_t i = 0;
+    for (; i + 4 <= body; i += 4) {
+        const int a = value[p[i]], b = value[p[i + 1]], c = value[p[i + 2]], d = value[p[i + 3]];
+        if ((a | b | c | d) < 0) return Failure(value, p + i, s.size() - i);
+        const unsigned int n = static_cast<unsigned int>(a << 18 | b << 12 | c << 6 | d);
+        *o++ = static_cast<char>(n >> 16);
+        *o++ = static_cast<char>(n >> 8 & 0xFF);
+        *o++ = static_cast<char>(n & 0xFF);
     }
-    out.clear();
-    out.reserve(body / 4 * 3 + 3);
     unsigned int acc = 0;
     int bits = 0;
-    for (size_t i = 0; i < body; ++i) {
-        const int v = B64Value(static_cast<unsigned char>(s[i]), url);
-        if (v < 0) return false;
+    for (; i < body; ++i) {
+        const int v = value[p[i]];
+        if (v < 0) return Failure(value, p + i, s.size() - i);
         acc = (acc << 6) | static_cast<unsigned int>(v);
         bits += 6;
         if (bits >= 8) {
             bits -= 8;
-            out.push_back(static_cast<char>((acc >> bits) & 0xFF));
+            *o++ = static_cast<char>((acc >> bits) & 0xFF);
         }
     }
-    // A lone trailing character of a group cannot carry a whole byte.
-    if (body % 4 == 1) return false;
-    return true;
+    out.resize(static_cast<size_t>(o - out.data()));
+    return B64::Ok;
+}
+
+// Decodes Base64 of either alphabet; false on any malformed input. With
+// paddingOptional a final group of 2 or 3 characters may stand unpadded.
+// Blanks anywhere are skipped: the text is decoded as it is first, and
+// again without them only when it holds any.
+bool B64Decode(const std::string& in, bool url, bool paddingOptional, std::string& out) {
+    const signed char* value = TableOf(url).value;
+    const B64 first = DecodeAs(in, value, paddingOptional, out);
+    if (first != B64::Blank) return first == B64::Ok;
+    std::string stripped;
+    stripped.reserve(in.size());
+    for (char c : in) {
+        if (value[static_cast<unsigned char>(c)] != kSpace) stripped.push_back(c);
+    }
+    return DecodeAs(stripped, value, paddingOptional, out) == B64::Ok;
 }
 
 // Encodes one code point; invalid ones (surrogates, beyond U+10FFFF) become U+FFFD.

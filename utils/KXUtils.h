@@ -277,7 +277,12 @@ KXUTILS_API KXForwarder IWK_SetForwarder(KXForwarder forwarder);
 #define KX_PRINTF_LIKE(f, a)
 #endif
 
+// Lines below KX_LOG_ERROR reach the file within 100 ms, from a writer thread;
+// KX_LOG_ERROR and above, and lines to the standard error stream, before the
+// call returns. Every line is written by the time the process exits normally.
 KXUTILS_API void KX_WriteLog(KX_LOG_LEVEL level, const char* format, ...) KX_PRINTF_LIKE(2, 3);
+// Writes every line logged so far before it returns.
+KXUTILS_API void KX_FlushLog();
 // Adds a text that the log never shows (a project secret, say).
 KXUTILS_API void IWK_RegisterSecret(const std::string& secret);
 

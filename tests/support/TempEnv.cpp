@@ -29,6 +29,8 @@ TempEnv::TempEnv() {
 }
 
 TempEnv::~TempEnv() {
+    // Lines still queued for this directory's log go there before it goes.
+    KX_FlushLog();
     for (const Saved& s : saved_) {
         if (s.had) {
             ::setenv(s.name, s.value.c_str(), 1);
@@ -55,6 +57,7 @@ std::string TempEnv::readLog() const {
 }
 
 std::string ReadFileText(const std::string& path) {
+    KX_FlushLog();  // the log's queued lines are part of its file
     std::ifstream in(path, std::ios::binary);
     if (!in) return std::string();
     std::ostringstream text;

@@ -148,6 +148,8 @@ struct LocalTime {
     int year = 0, month = 0, day = 0, hour = 0, minute = 0, second = 0, millisecond = 0;
 };
 LocalTime LocalTimeNow();
+// The local time of a WallClockNs() reading.
+LocalTime LocalTimeAt(long long wallClockNs);
 
 // The system's number of the calling thread.
 long ThreadId();

@@ -313,8 +313,13 @@ long long WallClockNs() {
 }
 
 LocalTime LocalTimeNow() {
+    return LocalTimeAt(WallClockNs());
+}
+
+LocalTime LocalTimeAt(long long wallClockNs) {
     struct timespec now;
-    ::clock_gettime(CLOCK_REALTIME, &now);
+    now.tv_sec = static_cast<time_t>(wallClockNs / 1000000000LL);
+    now.tv_nsec = static_cast<long>(wallClockNs % 1000000000LL);
     struct tm tm;
     ::localtime_r(&now.tv_sec, &tm);
     LocalTime t;
