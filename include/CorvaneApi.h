@@ -115,9 +115,10 @@ public:
     /// @name BID sign service
     /// Sources in bid/. Tasks are opened by a Create... operation and polled
     /// by the caller with the Query... one; iStatus 1 means the results came
-    /// with that poll. iUseHeadToken 1: file signing sends sToken as a token
-    /// head, login sends no head; else the signature. 401 becomes 37007 where
-    /// a token is in play.
+    /// with that poll. Operations that take sToken send it as the token head;
+    /// where iUseHeadToken is given, 1 means that for file signing and no head
+    /// for login, else the signature. 401 becomes 37007 where a token is in
+    /// play.
     /// @{
 
     /// Opens a file signing task over vecFiles (fileName, externalFileId,

@@ -14,8 +14,9 @@
 #include "PrintCtrlHelper.h"
 
 /// Client of the print-control service (version 3 of print control). Its
-/// requests carry the legacy head and go to the description's host and port;
-/// its replies are {"errCode","msg","data"}.
+/// requests carry the legacy head and go to the description's host and port
+/// (an SMS check through the gateway goes to [KXSign] serverUrl, signed with
+/// the gateway's application id); its replies are {"errCode","msg","data"}.
 class KX_API KXPrintCtrl : public KXServerBase, public PrintCtrlHelper {
 public:
     /// No description and no paths until Init.

@@ -55,8 +55,8 @@ public:
     /// Has the server sign the Base64 hash originalB64 with the seal password
     /// signPwd (null arguments: 10005); signValueB64 gets the signature on 0.
     virtual long SignHash(const char* originalB64, const char* signPwd, std::string& signValueB64);
-    /// Files the sign log of a signed document (every argument required, else
-    /// 10005; certId is decimal text).
+    /// Files the sign log of a signed document (a null argument gives 10005;
+    /// certId is decimal text).
     virtual long ReportSignResult(const char* timestamp, const char* docName, const char* docHash,
                                   const char* docContent, const char* signInfo, const char* certId,
                                   const char* sealId);

@@ -21,9 +21,9 @@ KX_API long KX_GetServerTypeByStr(const std::string& text, int& serverType, int 
 /// Settles the authorization value a legacy server of version 5.3 wants in its
 /// head, and keeps what it learned in info. serverVer, when info has none, and
 /// for "5.3" authorizationType and authorization are read from section. Type
-/// 1: strAuthorization is the configured value; type 2: it is fetched from
-/// the configured URL (an empty answer turns info to type 1 with no value).
-/// strAuthorization is emptied first. 0, or the code of the fetch.
+/// 1: strAuthorization is info.authorization; type 2: it is fetched from that
+/// URL (an empty answer turns info to type 1 with no value). strAuthorization
+/// is emptied first. 0, or the code of the fetch.
 KX_API long KX_InkwellCompatible(_init_Info_s& info, std::string& strAuthorization,
                                  const std::string& section);
 
