@@ -5,7 +5,7 @@ MAKEFLAGS += --no-print-directory
 BUILD_DIR ?= build
 JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 
-.PHONY: all deps configure build test demo format clean test-sanitize
+.PHONY: all deps configure build test demo docs format clean test-sanitize
 
 all: build
 
@@ -34,6 +34,11 @@ test-sanitize: deps
 
 demo: build
 	@bash scripts/demo.sh $(BUILD_DIR)
+
+# The API reference of the exported headers (build/docs/html); any Doxygen
+# warning, an undocumented exported name included, fails it.
+docs: deps
+	@bash scripts/docs.sh $(BUILD_DIR)/docs
 
 format:
 	@clang-format -i $$(git ls-files '*.cpp' '*.h')

@@ -9,6 +9,7 @@ PACKAGES=(
   libjsoncpp-dev libtinyxml2-dev libcurl4-openssl-dev libssl-dev openssl
   libcpp-httplib-dev libgtest-dev libgmock-dev libbenchmark-dev
   libqrencode-dev
+  doxygen
   ca-certificates procps
 )
 
