@@ -392,15 +392,30 @@ TEST_F(BidTest, EveryOperationHeadBodyOutputsAndCodes) {
                                             form.first.first));
         EXPECT_EQ(std::string(form.second) + "\n", fake.lastRequest().body) << form.first.first;
     }
-    // No seconds for 0; a task group type beyond int is refused, not cut.
+    // No seconds for 0.
     api.m_stInitInfo.iAuthSeconds = 0;
     std::string a, b, c;
     fake.reply(200, Ok("{}"));
     EXPECT_EQ(0, api.CreateBIDAuthInfoTask("tok-1", "S", a, b, c));
     EXPECT_EQ("{\"subjectName\":\"S\"}\n", fake.lastRequest().body);
-    const size_t before = fake.requestCount();
-    EXPECT_EQ("10001", Code(fileSign("", "99999999999", two, 1)(api)));
-    EXPECT_EQ(before, fake.requestCount());
+    // What cannot go out as given is refused, never cut: a task group type
+    // beyond int; a task id holding a NUL, which would poll another task.
+    const std::pair<std::function<std::string(CCorvaneApi&)>, std::string> refused[] = {
+        {fileSign("", "99999999999", two, 1), "10001|k|k|k|-1"},
+        {[&](CCorvaneApi& o) {
+             std::vector<KXReceiveData> vec = two;
+             int status = -1;
+             const long rc =
+                 o.QueryBIDFileSignResultTask(std::string("T1\0/T2", 5), "tok-1", vec, status, 1);
+             return Out(rc, status, Files(vec));
+         },
+         "10111|-1|[f1     ][f2     ]"},
+    };
+    for (const auto& row : refused) {
+        const size_t before = fake.requestCount();
+        EXPECT_EQ(row.second, row.first(api));
+        EXPECT_EQ(before, fake.requestCount()) << row.second;
+    }
     // The token in plain, a full-width comma before it; the key polls log no reply.
     const std::string log = env.readLog();
     for (const char* line : {"<\"strRealAccountId:acc-1,strRealAccountId:auth-1,sTaskGroupId:grp-1,"
