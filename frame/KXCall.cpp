@@ -162,6 +162,10 @@ bool KXCall::Download(std::string params) {
 bool KXCall::Send(HTTPFuncType verb, HTTPContentType type, std::string body) {
     if (lRes != KX_OK) return false;
     const std::string head = MakeHead(verb, body);
+    // A token that no head can carry (a line break in it) would go out as a
+    // request without one: refused instead. An empty token has no head.
+    if (head_ == KXHead::Token && head.empty() && !headValue_.empty())
+        return Refuse(KX_ERR_INVALID_VALUE);
     const char* file = filePath_.empty() ? nullptr : filePath_.c_str();
     switch (verb) {
         case HTTP_FUNC_GET:

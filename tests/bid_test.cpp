@@ -399,7 +399,8 @@ TEST_F(BidTest, EveryOperationHeadBodyOutputsAndCodes) {
     EXPECT_EQ(0, api.CreateBIDAuthInfoTask("tok-1", "S", a, b, c));
     EXPECT_EQ("{\"subjectName\":\"S\"}\n", fake.lastRequest().body);
     // What cannot go out as given is refused, never cut: a task group type
-    // beyond int; a task id holding a NUL, which would poll another task.
+    // beyond int; a task id holding a NUL, which would poll another task; a
+    // token that no head can carry, which would go out without one.
     const std::pair<std::function<std::string(CCorvaneApi&)>, std::string> refused[] = {
         {fileSign("", "99999999999", two, 1), "10001|k|k|k|-1"},
         {[&](CCorvaneApi& o) {
@@ -410,6 +411,13 @@ TEST_F(BidTest, EveryOperationHeadBodyOutputsAndCodes) {
              return Out(rc, status, Files(vec));
          },
          "10111|-1|[f1     ][f2     ]"},
+        {[](CCorvaneApi& o) {
+             int status = -1;
+             std::string code = "k";
+             const long rc = o.QueryBIDAuthInfoResultTask("T1", "tok\r\nX-A: 1", status, code);
+             return Out(rc, status, code);
+         },
+         "10001|-1|k"},
     };
     for (const auto& row : refused) {
         const size_t before = fake.requestCount();
