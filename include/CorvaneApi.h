@@ -80,7 +80,8 @@ public:
     // operation and polled by the caller with the Query... one; iStatus 1
     // means the results came with that poll. iUseHeadToken 1: file signing
     // sends sToken as a token head, login sends no head; else the signature.
-    // 401 becomes 37007 where a token is in play.
+    // 401 becomes 37007 in all but the login task, the logout, the encrypt
+    // task and its poll, and GetBIDSealTask, whatever head was sent.
     long CreateBIDFileSignTask(std::string strRealAccountId, std::string strAuthAccountId,
                                std::string sTaskGroupId, std::string sTaskGroupType,
                                std::string sToken, std::vector<KXReceiveData>& vecFiles,
