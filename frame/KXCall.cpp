@@ -83,6 +83,28 @@ bool KXCall::PrepareFormat(const std::string& tmpl, const char* kinds, std::stri
     return kinds[next] == '\0';
 }
 
+long KXCall::Fill(const std::string& format, const std::vector<std::string>& values,
+                  std::string& url) {
+    url.clear();
+    size_t next = 0;
+    for (size_t i = 0; i < format.size(); ++i) {
+        if (format[i] != '%') {
+            url += format[i];
+        } else if (format[i + 1] == '%') {
+            url += '%';
+            ++i;
+        } else {
+            url += values[next++];
+            i += format[i + 1] == 'l' ? 2 : 1;
+        }
+        if (url.size() > kKXUrlLimit) {
+            url.clear();
+            return KX_ERR_URL_TOO_LONG;
+        }
+    }
+    return KX_OK;
+}
+
 bool KXCall::UrlAt(const std::string& path, const std::string& host, const std::string& port) {
     url = CIWKHttp::GetCompleteUrl(path, host, port, false);
     return lRes == KX_OK;
@@ -140,6 +162,10 @@ bool KXCall::Download(std::string params) {
 bool KXCall::Send(HTTPFuncType verb, HTTPContentType type, std::string body) {
     if (lRes != KX_OK) return false;
     const std::string head = MakeHead(verb, body);
+    // A token that no head can carry (a line break in it) would go out as a
+    // request without one: refused instead. An empty token has no head.
+    if (head_ == KXHead::Token && head.empty() && !headValue_.empty())
+        return Refuse(KX_ERR_INVALID_VALUE);
     const char* file = filePath_.empty() ? nullptr : filePath_.c_str();
     switch (verb) {
         case HTTP_FUNC_GET:

@@ -126,8 +126,7 @@ public:
         const char kinds[] = {'s', Kind(values)..., '\0'};
         std::string format;
         if (!PrepareFormat(tmpl, kinds, format)) return Refuse(KX_ERR_INVALID_VALUE);
-        const long code =
-            KXFormatUrl(url, format.c_str(), record_.ServerIp.c_str(), Arg(values)...);
+        const long code = Fill(format, {record_.ServerIp, Text(values)...}, url);
         return code == KX_OK || Refuse(code);
     }
     // URL of a configured path at a host and port (CIWKHttp::GetCompleteUrl).
@@ -186,13 +185,18 @@ private:
     static constexpr char Kind(const std::string&) { return 's'; }
     static constexpr char Kind(int) { return 'd'; }
     static constexpr char Kind(long) { return 'l'; }
-    static const char* Arg(const std::string& s) { return s.c_str(); }
-    static int Arg(int v) { return v; }
-    static long Arg(long v) { return v; }
+    static std::string Text(const std::string& s) { return s; }
+    static std::string Text(int v) { return std::to_string(v); }
+    static std::string Text(long v) { return std::to_string(v); }
     // The template's conversions, in order, are exactly kinds ('s' %s, 'd' %d,
     // 'l' %ld or %d, which becomes %ld), %% as text; format gets the template
-    // to hand to printf.
+    // to fill.
     static bool PrepareFormat(const std::string& tmpl, const char* kinds, std::string& format);
+    // The URL of a prepared format with the values put in whole, as printf
+    // would but for a NUL byte, which stays for the transport to refuse
+    // instead of cutting the URL short; 10110 (url emptied) over the limit.
+    static long Fill(const std::string& format, const std::vector<std::string>& values,
+                     std::string& url);
     std::string MakeHead(HTTPFuncType verb, const std::string& body) const;
     void Read();
 

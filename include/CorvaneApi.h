@@ -117,8 +117,9 @@ public:
     /// by the caller with the Query... one; iStatus 1 means the results came
     /// with that poll. Operations that take sToken send it as the token head;
     /// where iUseHeadToken is given, 1 means that for file signing and no head
-    /// for login, else the signature. 401 becomes 37007 where a token is in
-    /// play.
+    /// for login, else the signature. 401 becomes 37007 in all but the login
+    /// task, the logout, the encrypt task and its poll, and GetBIDSealTask,
+    /// whatever head was sent.
     /// @{
 
     /// Opens a file signing task over vecFiles (fileName, externalFileId,

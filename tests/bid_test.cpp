@@ -392,15 +392,24 @@ TEST_F(BidTest, EveryOperationHeadBodyOutputsAndCodes) {
                                             form.first.first));
         EXPECT_EQ(std::string(form.second) + "\n", fake.lastRequest().body) << form.first.first;
     }
-    // No seconds for 0; a task group type beyond int is refused, not cut.
+    // No seconds for 0.
     api.m_stInitInfo.iAuthSeconds = 0;
     std::string a, b, c;
     fake.reply(200, Ok("{}"));
     EXPECT_EQ(0, api.CreateBIDAuthInfoTask("tok-1", "S", a, b, c));
     EXPECT_EQ("{\"subjectName\":\"S\"}\n", fake.lastRequest().body);
+    // What cannot go out as given is refused, never cut or sent bare: a task
+    // group type beyond int, a task id holding a NUL (it would poll task T1),
+    // a token that no head can carry.
+    std::vector<KXReceiveData> vec = two;
+    int status = -1;
+    c = "k";
     const size_t before = fake.requestCount();
-    EXPECT_EQ("10001", Code(fileSign("", "99999999999", two, 1)(api)));
+    EXPECT_EQ("10001|k|k|k|-1", fileSign("", "99999999999", two, 1)(api));
+    EXPECT_EQ(10111, api.QueryBIDFileSignResultTask(std::string("T1\0/", 4), "t", vec, status, 1));
+    EXPECT_EQ(10001, api.QueryBIDAuthInfoResultTask("T1", "tok\r\nX-A: 1", status, c));
     EXPECT_EQ(before, fake.requestCount());
+    EXPECT_EQ("-1|k|" + Files(two), Out(status, c, Files(vec)));
     // The token in plain, a full-width comma before it; the key polls log no reply.
     const std::string log = env.readLog();
     for (const char* line : {"<\"strRealAccountId:acc-1,strRealAccountId:auth-1,sTaskGroupId:grp-1,"
