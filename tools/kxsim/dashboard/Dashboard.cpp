@@ -60,6 +60,7 @@ button.approve{background:#16a34a;color:#fff;border:0;border-radius:4px}
 button.reject{background:#dc2626;color:#fff;border:0;border-radius:4px}
 table{border-collapse:collapse;width:100%;font-size:12px}
 td,th{border-bottom:1px solid #eee;padding:3px 6px;text-align:left;vertical-align:top;word-break:break-all}
+th{white-space:nowrap}
 .empty{color:#888;font-style:italic}
 </style></head><body>
 <header><b>kxsim dashboard</b><span id="updated">loading</span></header>
