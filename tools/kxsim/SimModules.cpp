@@ -24,6 +24,7 @@ void InstallConvertService(Sim& sim);
 std::string ConvertServiceConfig(const Sim& sim);
 void InstallSealLists(Sim& sim);
 std::string SealListsConfig(const Sim& sim);
+void InstallDashboard(Sim& sim);
 
 const std::vector<Module>& Modules() {
     static const std::vector<Module> modules = {
@@ -38,6 +39,7 @@ const std::vector<Module>& Modules() {
         {"records", InstallRecordsService, RecordsServiceConfig},
         {"convert", InstallConvertService, ConvertServiceConfig},
         {"seal-lists", InstallSealLists, SealListsConfig},
+        {"dashboard", InstallDashboard, nullptr},
     };
     return modules;
 }

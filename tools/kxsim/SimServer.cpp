@@ -182,6 +182,29 @@ std::string Sim::ClientConfig() const {
     return ini.str();
 }
 
+Json::Value Sim::StateSnapshot() {
+    Json::Value state(Json::objectValue);
+    for (const char* list : {"tasks", "signLogs", "printAllowances", "reports", "ukeyEvents"})
+        state[list] = Json::Value(Json::arrayValue);
+    std::lock_guard<std::mutex> lock(mutex_);
+    for (const StateView& view : stateViews_) view(state);
+    return state;
+}
+
+void AddTask(const Sim& sim, Json::Value& state, const TaskView& task) {
+    Json::Value entry;
+    entry["service"] = task.service;
+    entry["kind"] = task.kind;
+    entry["id"] = task.id;
+    entry["account"] = task.account;
+    entry["text"] = task.text;
+    entry["status"] = task.status;
+    entry["page"] = task.page;
+    entry["url"] = sim.baseUrl() + task.page;
+    entry["reject"] = task.reject;
+    state["tasks"].append(entry);
+}
+
 void Sim::Get(const std::string& pattern, Handler handler) {
     server_->Get(pattern, handler);
 }

@@ -84,6 +84,13 @@ public:
 
     std::mutex& mutex() { return mutex_; }
 
+    // A module's part of GET /kxsim/state, which the dashboard draws: it adds
+    // its entries to the state object. Called with mutex() held.
+    using StateView = std::function<void(Json::Value& state)>;
+    void AddStateView(StateView view) { stateViews_.push_back(std::move(view)); }
+    // Every module's part, taken under mutex().
+    Json::Value StateSnapshot();
+
 private:
     Options options_;
     kxpki::Authority authority_;
@@ -92,7 +99,23 @@ private:
     std::unique_ptr<httplib::Server> server_;
     int port_ = 0;
     std::mutex mutex_;
+    std::vector<StateView> stateViews_;
 };
+
+// One task that waits for a person, as GET /kxsim/state lists it. page is the
+// path of its approval page (the QR code shows the full URL); a POST there
+// with answer=approve or answer=<reject> decides it.
+struct TaskView {
+    std::string service;  // "platform" or "bid"
+    std::string kind;
+    std::string id;
+    std::string account;  // login name
+    std::string text;
+    std::string status;  // waiting, approved or rejected
+    std::string page;
+    std::string reject;  // the answer that refuses on this page
+};
+void AddTask(const Sim& sim, Json::Value& state, const TaskView& task);
 
 // JSON replies.
 void ReplyJson(httplib::Response& res, const Json::Value& body, int status = 200);

@@ -207,6 +207,7 @@ public:
               &Service::InitAndGetSeals);
         sim_.Get(std::string(kApprovePath) + "([^/]+)", Bind(Auth::None, &Service::Page));
         sim_.Post(std::string(kApprovePath) + "([^/]+)", Bind(Auth::None, &Service::Answer));
+        sim_.AddStateView([this](Json::Value& state) { View(state); });
         return true;
     }
 
@@ -587,6 +588,16 @@ private:
         }
         res.status = 303;
         res.set_header("Location", std::string(kApprovePath) + it->first);
+    }
+
+    void View(Json::Value& state) const {
+        static const char* const kStates[] = {"waiting", "approved", "rejected"};
+        for (const auto& [id, task] : tasks_) {
+            const Account* account = sim_.state().FindAccountById(task.accountId);
+            AddTask(sim_, state,
+                    {"bid", task.kind, id, account != nullptr ? account->loginName : task.accountId,
+                     task.text, kStates[task.status], kApprovePath + id, "reject"});
+        }
     }
 
     Sim& sim_;

@@ -217,6 +217,7 @@ public:
         sim_.Post("/v1/witnessflows/([^/]*)/confirm", Bind(&Service::Confirm));
         sim_.Get(std::string(kConfirmPath) + "([^/]+)", Bind(&Service::ConfirmPage));
         sim_.Post(std::string(kConfirmPath) + "([^/]+)", Bind(&Service::ConfirmAnswer));
+        sim_.AddStateView([this](Json::Value& state) { View(state); });
     }
 
 private:
@@ -583,6 +584,20 @@ private:
         }
         res.status = 303;
         res.set_header("Location", std::string(kConfirmPath) + c->first);
+    }
+
+    // Willingness requests and witness-flow sign tasks for the dashboard.
+    void View(Json::Value& state) const {
+        for (const auto& [id, c] : state_.confirmations) {
+            const Account* account = sim_.state().FindAccountById(c.accountId);
+            AddTask(sim_, state,
+                    {"platform", c.kind == "will" ? "willingness" : "witness-flow sign", id,
+                     account != nullptr ? account->loginName : c.accountId, c.text,
+                     c.status == "PASSED"     ? "approved"
+                     : c.status == "REJECTED" ? "rejected"
+                                              : "waiting",
+                     kConfirmPath + id, "decline"});
+        }
     }
 
     Sim& sim_;

@@ -144,6 +144,18 @@ void CheckSms(Sim& sim, const Json::Value& body, httplib::Response& res) {
 }  // namespace
 
 void InstallPrintCtrlService(Sim& sim) {
+    sim.AddStateView([](Json::Value& state) {
+        for (const auto& [id, record] : State().prints) {
+            Json::Value allowance;
+            allowance["service"] = "print-ctrl";
+            allowance["printId"] = id;
+            allowance["file"] = record.fileName;
+            allowance["cert"] = record.sn;
+            allowance["total"] = record.total;
+            allowance["remain"] = record.remain;
+            state["printAllowances"].append(allowance);
+        }
+    });
     sim.Post(kCertsPath, [&sim](const httplib::Request& req, httplib::Response& res) {
         Json::Value body;
         if (!Read(sim, req, res, body)) return;

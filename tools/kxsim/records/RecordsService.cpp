@@ -73,6 +73,10 @@ void InstallRecordsService(Sim& sim) {
         }
         ReplyJson(res, out);
     });
+    sim.AddStateView([received](Json::Value& state) {
+        for (const Json::Value& entry : received->reports) state["reports"].append(entry);
+        for (const Json::Value& entry : received->ukeyEvents) state["ukeyEvents"].append(entry);
+    });
 }
 
 std::string RecordsServiceConfig(const Sim& sim) {

@@ -447,6 +447,17 @@ void InstallPrintCounts(Sim& sim) {
 }  // namespace
 
 void InstallSealServer(Sim& sim) {
+    sim.AddStateView([](Json::Value& state) {
+        for (const Json::Value& entry : State().signLogs) state["signLogs"].append(entry);
+        for (const auto& [id, count] : State().printCounts) {
+            Json::Value allowance;
+            allowance["service"] = "seal-manage";
+            allowance["printId"] = id;
+            allowance["total"] = count.total;
+            allowance["remain"] = count.remain;
+            state["printAllowances"].append(allowance);
+        }
+    });
     InstallSessions(sim);
     InstallSigning(sim);
     InstallPrintCounts(sim);
