@@ -75,12 +75,12 @@ TEST_F(ConvertTest, UploadsConvertsAndDownloads) {
     EXPECT_EQ("%PDF-1.4 ps", ReadFileText(pdf));
     EXPECT_EQ("4000 need files", LastError());  // stays after the success
 
-    // With no '/' in the configured path, ps_conv.php sits at the host's root.
+    // No '/' in the configured path: ps_conv.php at the root; no key: "", null: null.
     api.strConvertToPdfUrl = "toPdf";
-    fake.reply(200, R"({"errCode":4000,"ps_file":"a.ps"})");
+    fake.reply(200, R"({"errCode":4000,"res_file":null})");
     fake.reply(200, R"({"errCode":0,"pdf_url":"http://files/q.pdf"})");
     ASSERT_EQ(0, Convert("a.ps", "http://other/c"));
-    EXPECT_EQ("POST http://s:8/ps_conv.php", Upload(fake.requests()[4]).substr(0, 27));
+    EXPECT_EQ("POST http://s:8/ps_conv.php ps_file= res_file=null", Upload(fake.requests()[4]));
     // A PostScript document done at once; a name without extension; UTF-8 of a wide name.
     for (const std::string name : {"a.ps", "README", "\xE6\x8A\xA5.txt"}) {
         fake.reply(200, R"({"errCode":0,"pdf_url":"http://files/r.pdf"})");
