@@ -140,7 +140,8 @@ bool KXCall::Download(std::string params) {
 bool KXCall::Send(HTTPFuncType verb, HTTPContentType type, std::string body) {
     if (lRes != KX_OK) return false;
     const std::string head = MakeHead(verb, body);
-    const char* file = filePath_.empty() ? nullptr : filePath_.c_str();
+    // An upload's path goes down even when empty: the layer refuses it then.
+    const char* file = type == HTTP_CONTENT_MULTIPART ? filePath_.c_str() : nullptr;
     switch (verb) {
         case HTTP_FUNC_GET:
             CIWKHttp::Get(url, params_, head, result_,

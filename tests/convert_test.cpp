@@ -40,8 +40,8 @@ protected:
         MarkLastError();
     }
     long Convert(const std::string& src, const std::string& url = "") {
-        return api.Conv2PDF(IWK_Utf8ToWideChar(dir + "/" + src), IWK_Utf8ToWideChar(pdf),
-                            IWK_Utf8ToWideChar(url));
+        return api.Conv2PDF(IWK_Utf8ToWideChar(src.empty() ? src : dir + "/" + src),
+                            IWK_Utf8ToWideChar(pdf), IWK_Utf8ToWideChar(url));
     }
 
     TempEnv env;
@@ -110,9 +110,10 @@ TEST_F(ConvertTest, EndsAtTheFirstFailure) {
         {"a.ps", {{200, need}, {200, R"({"errCode":6,"msg":"dep"})"}}, 6, 2, "6 dep"},
         {"report.doc", {{200, ok}, {404, "gone"}}, 404, 2, "-1 marker"},
         {"report.doc", {{200, R"({"errCode":0})"}}, KX_ERR_HTTP_BAD_URL, 1, "-1 marker"},
+        {"", {}, KX_ERR_HTTP_LOCAL_FILE, 0, "-1 marker"},  // no document, no upload
     };
     for (const auto& [file, replies, code, count, error] : cases) {
-        SCOPED_TRACE(file + " " + replies[0].second);
+        SCOPED_TRACE(file + " " + (replies.empty() ? "" : replies[0].second));
         std::ofstream(pdf) << "OLD";
         const size_t before = fake.requestCount();
         MarkLastError();

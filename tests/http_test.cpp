@@ -360,6 +360,7 @@ TEST_F(HttpFrontTest, LocalRefusalsSendNothing) {
         {R"({"fileName":")" + dir + "\"}", nullptr, "10108|download target is a directory: " + dir},
         {"[]", "", "10001|multipart fields are no JSON object"},
         {"{}", "/kx/absent", "10108|cannot read /kx/absent"},
+        {"{}", "", "10108|cannot read "},
         {R"({"ps_file":"../kx.ini"})", dir.c_str(),
          "10001|ps_file names no file of the directory: ../kx.ini"},
         {R"({"res_file":["KXServerApi.ini","absent"]})", dir.c_str(),
