@@ -166,7 +166,8 @@ bool KXCall::Send(HTTPFuncType verb, HTTPContentType type, std::string body) {
     // request without one: refused instead. An empty token has no head.
     if (head_ == KXHead::Token && head.empty() && !headValue_.empty())
         return Refuse(KX_ERR_INVALID_VALUE);
-    const char* file = filePath_.empty() ? nullptr : filePath_.c_str();
+    // An upload's path goes down even when empty: the layer refuses it then.
+    const char* file = type == HTTP_CONTENT_MULTIPART ? filePath_.c_str() : nullptr;
     switch (verb) {
         case HTTP_FUNC_GET:
             CIWKHttp::Get(url, params_, head, result_,

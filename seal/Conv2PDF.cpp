@@ -75,11 +75,13 @@ long CKXSealOpenApi::UploadPSConvDepFiles(const std::string& text, const std::st
     const std::string path =
         (slash == std::string::npos ? std::string() : strConvertToPdfUrl.substr(0, slash)) +
         "/ps_conv.php";
+    // Each as the reply has it, a null included; "" only for a missing key.
+    auto copied = [&root](const char* key) {
+        return root.isObject() && root.isMember(key) ? kxjson::Member(root, key) : Json::Value("");
+    };
     Json::Value body(Json::objectValue);
-    const Json::Value& resFile = kxjson::Member(root, "res_file");
-    const Json::Value& psFile = kxjson::Member(root, "ps_file");
-    body["res_file"] = resFile.isNull() ? Json::Value("") : resFile;
-    body["ps_file"] = psFile.isNull() ? Json::Value("") : psFile;
+    body["res_file"] = copied("res_file");
+    body["ps_file"] = copied("ps_file");
 
     KXCall call(m_stInitInfo, KXReply::OpenApi);
     call.ResultInto(result);

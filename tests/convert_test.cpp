@@ -40,8 +40,8 @@ protected:
         MarkLastError();
     }
     long Convert(const std::string& src, const std::string& url = "") {
-        return api.Conv2PDF(IWK_Utf8ToWideChar(dir + "/" + src), IWK_Utf8ToWideChar(pdf),
-                            IWK_Utf8ToWideChar(url));
+        return api.Conv2PDF(IWK_Utf8ToWideChar(src.empty() ? src : dir + "/" + src),
+                            IWK_Utf8ToWideChar(pdf), IWK_Utf8ToWideChar(url));
     }
 
     TempEnv env;
@@ -75,12 +75,12 @@ TEST_F(ConvertTest, UploadsConvertsAndDownloads) {
     EXPECT_EQ("%PDF-1.4 ps", ReadFileText(pdf));
     EXPECT_EQ("4000 need files", LastError());  // stays after the success
 
-    // With no '/' in the configured path, ps_conv.php sits at the host's root.
+    // No '/' in the configured path: ps_conv.php at the root; no key: "", null: null.
     api.strConvertToPdfUrl = "toPdf";
-    fake.reply(200, R"({"errCode":4000,"ps_file":"a.ps"})");
+    fake.reply(200, R"({"errCode":4000,"res_file":null})");
     fake.reply(200, R"({"errCode":0,"pdf_url":"http://files/q.pdf"})");
     ASSERT_EQ(0, Convert("a.ps", "http://other/c"));
-    EXPECT_EQ("POST http://s:8/ps_conv.php", Upload(fake.requests()[4]).substr(0, 27));
+    EXPECT_EQ("POST http://s:8/ps_conv.php ps_file= res_file=null", Upload(fake.requests()[4]));
     // A PostScript document done at once; a name without extension; UTF-8 of a wide name.
     for (const std::string name : {"a.ps", "README", "\xE6\x8A\xA5.txt"}) {
         fake.reply(200, R"({"errCode":0,"pdf_url":"http://files/r.pdf"})");
@@ -110,9 +110,10 @@ TEST_F(ConvertTest, EndsAtTheFirstFailure) {
         {"a.ps", {{200, need}, {200, R"({"errCode":6,"msg":"dep"})"}}, 6, 2, "6 dep"},
         {"report.doc", {{200, ok}, {404, "gone"}}, 404, 2, "-1 marker"},
         {"report.doc", {{200, R"({"errCode":0})"}}, KX_ERR_HTTP_BAD_URL, 1, "-1 marker"},
+        {"", {}, KX_ERR_HTTP_LOCAL_FILE, 0, "-1 marker"},  // no document, no upload
     };
     for (const auto& [file, replies, code, count, error] : cases) {
-        SCOPED_TRACE(file + " " + replies[0].second);
+        SCOPED_TRACE(file + " " + (replies.empty() ? "" : replies[0].second));
         std::ofstream(pdf) << "OLD";
         const size_t before = fake.requestCount();
         MarkLastError();

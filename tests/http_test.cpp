@@ -89,23 +89,28 @@ public:
         if (listens) ::listen(fd_, 1);
         thread_ = std::thread([this, reply] {
             const int fd = ::accept(fd_, nullptr, nullptr);  // -1 unless listening
-            std::string request;
             char buffer[4096];
-            for (ssize_t n = 1; n > 0 && request.find("\r\n\r\n") == std::string::npos;)
-                if ((n = ::recv(fd, buffer, sizeof buffer, 0)) > 0) request.append(buffer, n);
+            for (ssize_t n = 1; n > 0 && received_.find("\r\n\r\n") == std::string::npos;)
+                if ((n = ::recv(fd, buffer, sizeof buffer, 0)) > 0) received_.append(buffer, n);
             (void)::send(fd, reply.data(), reply.size(), MSG_NOSIGNAL);
             ::close(fd);
         });
     }
     ~OneReply() {
         ::shutdown(fd_, SHUT_RDWR);
-        thread_.join();
+        if (thread_.joinable()) thread_.join();
         ::close(fd_);
+    }
+    // The request's head as it arrived, once it was answered.
+    std::string received() {
+        thread_.join();
+        return received_;
     }
     std::string url;
 
 private:
     int fd_;
+    std::string received_;
     std::thread thread_;
 };
 
@@ -126,6 +131,9 @@ TEST_F(HttpTest, RequestsGoOutAsGiven) {
         "GET " + target + "|1|two words|3|0|0",
         Line(server.lastRequest(), {"X-One", "x-two", "X-Three", "#Expect", "#Content-Type"}));
     EXPECT_TRUE(server.lastRequest().body.empty());
+    OneReply raw("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n");  // sees empty values
+    ASSERT_EQ(0, get(raw.url, "X-Empty: \r\nX-Z: z"));
+    EXPECT_NE(std::string::npos, raw.received().find("\r\nX-Empty:\r\nX-Z: z\r\n"));
 
     // Redirects are not followed.
     Reply redirect(302, "");
@@ -360,6 +368,7 @@ TEST_F(HttpFrontTest, LocalRefusalsSendNothing) {
         {R"({"fileName":")" + dir + "\"}", nullptr, "10108|download target is a directory: " + dir},
         {"[]", "", "10001|multipart fields are no JSON object"},
         {"{}", "/kx/absent", "10108|cannot read /kx/absent"},
+        {"{}", "", "10108|cannot read "},
         {R"({"ps_file":"../kx.ini"})", dir.c_str(),
          "10001|ps_file names no file of the directory: ../kx.ini"},
         {R"({"res_file":["KXServerApi.ini","absent"]})", dir.c_str(),

@@ -221,6 +221,16 @@ std::string TargetOf(const KXWireRequest& request) {
     return target;
 }
 
+// curl drops a line with nothing after its colon (that form removes one of
+// its own headers); "Name;" is how it sends a header with an empty value.
+std::string CurlLine(const std::string& line) {
+    const size_t colon = line.find(':');
+    if (colon == std::string::npos || colon == 0 ||
+        line.find_first_not_of(" \t", colon + 1) != std::string::npos)
+        return line;
+    return line.substr(0, colon) + ";";
+}
+
 void Fail(KXWireReply& reply, int code, std::string detail) {
     reply.code = code;
     reply.detail = std::move(detail);
@@ -317,7 +327,7 @@ public:
             // Keeps curl from sending "Expect: 100-continue" before a large
             // body and waiting for an answer.
             bool ok = headers->add("Expect:");
-            for (const std::string& line : request.headers) ok = ok && headers->add(line);
+            for (const std::string& line : request.headers) ok = ok && headers->add(CurlLine(line));
             if (!ok) throw std::bad_alloc();
             opt.set(CURLOPT_HTTPHEADER, headers->get());
             headers_.swap(headers);

@@ -58,7 +58,8 @@ int kxhttp::MultipartParts(const std::string& body, const char* filePath,
         if (!value.isString() && !text.empty() && text.back() == '\n') text.pop_back();
         parts.push_back(KXWirePart{name, text, std::string(), std::string()});
     }
-    if (filePath == nullptr || *filePath == '\0') return KX_OK;
+    // No path at all sends the fields alone; an empty one names no file.
+    if (filePath == nullptr) return KX_OK;
     const std::string path = filePath;
     if (kxos::KindOf(path) != kxos::PathKind::Directory)
         return AddFile("file", path, IWK_GetBaseName(filePath), parts, detail);

@@ -34,7 +34,8 @@ std::string Origin(const std::string& url);
 
 // KXHttpFiles.cpp. The parts of a multipart upload: each top-level key of the
 // JSON body a field (a string as it is, anything else as its JSON text), then
-// the file filePath names under "file" with its base name, or, when it names
+// the file filePath names under "file" with its base name (a null filePath:
+// the fields alone; an empty one names no file and is refused), or, when it names
 // a directory, each file of it that the body's "res_file" and "ps_file" name
 // (a name or an array of names; bare names only) under that key. The target
 // of a download: the "fileName" key of params. 0, or a code with detail.
