@@ -19,4 +19,5 @@ run() {
 }
 run hash_road "Contract of 23 November." demo demo-password demo-pin
 run witness_sign "Contract of 23 November." org-0001 acc-0001 contract.txt
+run bid_login "" kxdemo-app
 [ $failed -eq 0 ]

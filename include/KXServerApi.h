@@ -8,6 +8,9 @@
 #include "KXExport.h"
 #include "KXServerBase.h"
 
+/// The library's version, "MAJOR.MINOR.PATCH" (the SONAME carries MAJOR).
+KX_API const char* KX_GetVersion();
+
 /// Reads the server description of a configuration section: SerType, Host
 /// (into ServerIp), Port, ProjectID and ProjectSecret (deciphered; a secret
 /// stored in clear is taken as it is). Keys absent from the store give their

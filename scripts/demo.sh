@@ -170,8 +170,9 @@ fi
 
 # The road of one hash through the seal server, then OpenSSL checks the signature.
 printf 'Contract of 23 November between the demo parties.\n' >"$WORK/contract.txt"
+printf 'demo-password\n' >"$WORK/password"
 step "seal list of the demo user (discovery, login, list, logout)" ok -- \
-  seal list --user demo --password demo-password
+  seal list --user demo --password-file "$WORK/password"
 step "the road of one hash: the contract's SHA-256 signed by the user's first seal" ok -- \
   seal sign --user demo --password demo-password --sign-pwd demo-pin \
   --file "$WORK/contract.txt" --cert-out "$WORK/seal-cert.pem" --sig-out "$WORK/signature.bin"

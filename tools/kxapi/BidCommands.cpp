@@ -38,14 +38,16 @@ int RunTask(const Args& args, const char* command, const std::string& what, cons
         limits,
         [&] {
             rc = poll(status);
-            std::cerr << "\rkxapi: waiting for approval, poll " << polls << ", status " << status
-                      << "   " << std::flush;
+            if (ShowsProgress())
+                std::cerr << "\rkxapi: waiting for approval, poll " << polls << ", status "
+                          << status << "   " << std::flush;
             if (rc != 0) return -1;
             // Anything but waiting (0) and done (1) is the server's refusal.
             return status == kDone ? 1 : status == 0 ? 0 : -1;
         },
         polls);
-    std::cerr << (outcome > 0   ? "- approved\n"
+    std::cerr << (ShowsProgress() ? "" : "kxapi: waiting for approval ")
+              << (outcome > 0   ? "- approved\n"
                   : outcome < 0 ? "- ended\n"
                                 : "- time limit reached\n");
     if (rc != 0) return Fail(pollName, rc);

@@ -1,4 +1,7 @@
 // Every command of kxapi. A new subsystem adds its lines here.
+#include <map>
+#include <string>
+
 #include "Commands.h"
 
 namespace kxapi {
@@ -116,19 +119,22 @@ const std::vector<Command>& Commands() {
          {},
          CmdPlatformSign},
         {"seal sign",
-         "--user U --password P (--hash B64 | --file F) [--seal-id N] [--login-type T] "
-         "[--sign-pwd PIN] [--cert-out FILE] [--sig-out FILE]",
+         "--user U (--password-file F | --password P) (--hash B64 | --file F) [--seal-id N] "
+         "[--login-type T] "
+         "[--sign-pwd-file F | --sign-pwd PIN] [--cert-out FILE] [--sig-out FILE]",
          "the road of one hash: Init, Login, GetSealList, SignHash, ReportSignResult, Logout "
          "(a file is hashed with SHA-256)",
          {},
          CmdSealSign},
         {"seal list",
-         "--user U --password P [--seal-id N] [--cert-serial SN] [--login-type T]",
+         "--user U (--password-file F | --password P) [--seal-id N] [--cert-serial SN] "
+         "[--login-type T]",
          "the seals of a user at the seal server",
          {},
          CmdSealList},
         {"seal print-count",
-         "get PRINT_ID | set PRINT_ID REMAIN --user U --password P [--login-type T]",
+         "get PRINT_ID | set PRINT_ID REMAIN --user U (--password-file F | --password P) "
+         "[--login-type T]",
          "prints left of a document at the seal-management server, or writes the number left",
          {},
          CmdSealPrintCount},
@@ -227,6 +233,60 @@ const std::vector<Command>& Commands() {
         {"report decrypt", "JSON", "a usage report of a decryption", {}, CmdReportDecrypt},
     };
     return commands;
+}
+
+const char* ExampleOf(const std::string& name) {
+    static const std::map<std::string, const char*> examples = {
+        {"cert-services", "kxapi cert-services --cert-sn 5A1B2C3D --ukey-num KXUKEY0001"},
+        {"config get", "kxapi config get KXUtils LogLevel"},
+        {"config set", "kxapi config set KXUtils LogLevel 2"},
+        {"config encrypt", "kxapi config encrypt < secret.txt"},
+        {"server-config", "kxapi server-config KXPlatform"},
+        {"legacy-auth", "kxapi legacy-auth --section KXInkwell"},
+        {"call", "kxapi call KXSim GET /v1/accounts/demo"},
+        {"cert check", "kxapi cert check --cert sign-cert.pem"},
+        {"cert expand", "kxapi cert expand --ukey-num KXUKEY0001 --csr ukey.csr --out-dir certs"},
+        {"cert apply", "kxapi cert apply --csr ukey.csr --info '{\"ukeyNum\":\"KXUKEY0002\"}'"},
+        {"ukey try", "kxapi ukey try --sn KXUKEY0002 --failure"},
+        {"platform whoami",
+         "kxapi platform whoami --code kxcode-demo --redirect-uri https://app.example/callback"},
+        {"platform encrypt-task", "kxapi platform encrypt-task --account acc-0001 --key EPK"},
+        {"platform sign",
+         "kxapi platform sign --org org-0001 --account acc-0001 --doc contract.txt"},
+        {"seal sign",
+         "KXAPI_PASSWORD=demo-password KXAPI_SIGN_PWD=demo-pin kxapi seal sign --user demo "
+         "--file contract.txt"},
+        {"seal list", "kxapi seal list --user demo --password-file ~/.kx-password"},
+        {"seal print-count",
+         "kxapi seal print-count get print-0001 --user demo --password-file ~/.kx-password"},
+        {"convert", "kxapi convert report.txt report.pdf"},
+        {"seals by-cert", "kxapi seals by-cert --sn --cert sign-cert.pem"},
+        {"print register",
+         "kxapi print register --file contract.txt --account demo --account demo2 --count 3"},
+        {"print query", "kxapi print query 4200000001"},
+        {"print update", "kxapi print update 4200000001 --remain 2"},
+        {"print verify-sms", "kxapi print verify-sms --cert-sn 01C20FC7BE089F --code 123456"},
+        {"print org", "kxapi print org --cert-sn 01C20FC7BE089F"},
+        {"bid login", "kxapi bid login --with-enc-cert --cert-out cert.pem"},
+        {"bid sign-files",
+         "kxapi bid sign-files a.pdf b.pdf --token T --account acc-0001 --sig-dir sigs"},
+        {"bid decrypt", "kxapi bid decrypt \"$(base64 -w0 envelope.bin)\" --token T"},
+        {"bid auth", "kxapi bid auth --token T --subject 'sign the order'"},
+        {"bid sign-text", "kxapi bid sign-text --token T --auth-code AC --text 'order 42'"},
+        {"bid verify", "kxapi bid verify --token T --text 'order 42' --signature SIG"},
+        {"bid seals", "kxapi bid seals --token T --account acc-0001 --org org-0001"},
+        {"bid logout", "kxapi bid logout --token T"},
+        {"record save",
+         "kxapi record save --sign-data ZGF0YQ== --sign-value c2ln --doc contract.pdf"},
+        {"event ukey",
+         "kxapi event ukey --ukey-sn KXUKEY0001 --cert-sn 5A1B2C3D --cert-cn 'Demo User'"},
+        {"report sign",
+         "kxapi report sign '{\"docName\":\"contract.txt\",\"sealId\":\"seal-0001\"}'"},
+        {"report encrypt", "kxapi report encrypt '{\"docName\":\"contract.txt\"}'"},
+        {"report decrypt", "kxapi report decrypt '{\"docName\":\"contract.txt\"}'"},
+    };
+    const auto found = examples.find(name);
+    return found == examples.end() ? nullptr : found->second;
 }
 
 }  // namespace kxapi

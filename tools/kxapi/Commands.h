@@ -43,6 +43,8 @@ struct Command {
 
 // Every command, in CommandTable.cpp.
 const std::vector<Command>& Commands();
+// A command line that shows the command at work, for its --help.
+const char* ExampleOf(const std::string& name);
 
 // Prints a JSON document on stdout.
 void PrintJson(const Json::Value& value);
@@ -62,6 +64,16 @@ int OpenServer(KXServerBase& client, const std::string& section, const std::stri
 // Shows where the user acts: the text, and unless draw is false its QR code
 // in Unicode half blocks (stderr).
 void ShowQr(const std::string& what, const std::string& content, bool draw);
+
+// Whether progress lines go out: only to a terminal, so that logs and pipes
+// get the outcome alone.
+bool ShowsProgress();
+
+// A secret option NAME (password, sign-pwd): from --NAME-file FILE (its first
+// line), else the environment variable env, else --NAME VALUE (which ps and
+// the shell history see), else a prompt without echo when standard input is a
+// terminal. Empty when none of them gives one.
+std::string Secret(const Args& args, const std::string& name, const char* env);
 
 // How a command polls: --interval-ms between polls, --timeout in seconds.
 struct PollLimits {

@@ -17,7 +17,7 @@ bool ProgressBar(long long downTotal, long long downNow, long long upTotal, long
     const bool down = downTotal > 0;
     const long long total = down ? downTotal : upTotal;
     const long long now = down ? downNow : upNow;
-    if (total <= 0) return true;
+    if (total <= 0 || !ShowsProgress()) return true;
     const int percent = static_cast<int>(now * 100 / total);
     const int key = (down ? 1000 : 0) + percent;
     if (key == shown) return true;

@@ -40,7 +40,7 @@ int WaitForConfirmation(const PollLimits& limits, const std::function<int()>& st
         limits,
         [&] {
             const int answer = step();
-            std::cerr << "." << std::flush;
+            if (ShowsProgress()) std::cerr << "." << std::flush;
             return answer;
         },
         polls);

@@ -47,10 +47,12 @@ Json::Value SealJson(const _seal_Info_s& seal) {
 int OpenSession(const std::string& command, const Args& args, CKXSealOpenApi& api,
                 Json::Value& steps) {
     const std::string user = args.get("user");
-    const std::string password = args.get("password");
+    const std::string password = Secret(args, "password", "KXAPI_PASSWORD");
     int loginType = 0;
     if (user.empty() || password.empty()) {
-        return UsageError(command, "give --user and --password");
+        return UsageError(command,
+                          "give --user and a password (--password-file F, "
+                          "$KXAPI_PASSWORD, a prompt, or --password P)");
     }
     if (!ParseInt(args.get("login-type", "0"), loginType)) {
         return UsageError(command, "--login-type is a number (0 to 3)");
@@ -103,7 +105,11 @@ int CmdSealSign(const Args& args) {
     }
     const _seal_Info_s& seal = seals.front();
 
-    const std::string signPwd = args.get("sign-pwd", args.get("password"));
+    // The sign PIN is the password unless one is given of its own.
+    const bool ownPin =
+        args.has("sign-pwd") || args.has("sign-pwd-file") || std::getenv("KXAPI_SIGN_PWD");
+    const std::string signPwd = ownPin ? Secret(args, "sign-pwd", "KXAPI_SIGN_PWD")
+                                       : Secret(args, "password", "KXAPI_PASSWORD");
     std::string signature;
     code = api.SignHash(hashB64.c_str(), signPwd.c_str(), signature);
     Step(steps, "SignHash", code);

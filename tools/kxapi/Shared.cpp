@@ -1,7 +1,12 @@
 // What several commands do alike: open a client on a section's server, poll
 // until a server is done.
+#include <termios.h>
+#include <unistd.h>
+
 #include <chrono>
+#include <fstream>
 #include <iostream>
+#include <map>
 #include <thread>
 
 #include "Commands.h"
@@ -26,6 +31,39 @@ int OpenServer(KXServerBase& client, const std::string& section, const std::stri
         std::cerr << "kxapi: section [" << section << "] holds no complete server description\n";
     }
     return Fail(clientName + "::Init (" + section + ")", code);
+}
+
+bool ShowsProgress() {
+    static const bool terminal = ::isatty(STDERR_FILENO) == 1;
+    return terminal;
+}
+
+std::string Secret(const Args& args, const std::string& name, const char* env) {
+    std::string value;
+    if (args.has(name + "-file")) {
+        std::ifstream in(args.get(name + "-file"));
+        std::getline(in, value);
+        if (!value.empty() && value.back() == '\r') value.pop_back();
+        return value;
+    }
+    if (const char* fromEnv = std::getenv(env)) return fromEnv;
+    if (args.has(name)) return args.get(name);
+    if (::isatty(STDIN_FILENO) != 1) return value;
+    // Asked once per run, whoever asks again.
+    static std::map<std::string, std::string> asked;
+    if (asked.count(name)) return asked[name];
+    std::cerr << "kxapi: " << name << ": " << std::flush;
+    termios saved{};
+    const bool quiet = ::tcgetattr(STDIN_FILENO, &saved) == 0;
+    if (quiet) {
+        termios noEcho = saved;
+        noEcho.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+        ::tcsetattr(STDIN_FILENO, TCSAFLUSH, &noEcho);
+    }
+    std::getline(std::cin, value);
+    if (quiet) ::tcsetattr(STDIN_FILENO, TCSAFLUSH, &saved);
+    std::cerr << "\n";
+    return asked[name] = value;
 }
 
 bool ReadPollLimits(const Args& args, const std::string& command, PollLimits& limits, int& status) {

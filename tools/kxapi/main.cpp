@@ -4,6 +4,7 @@
 #include <iostream>
 
 #include "Commands.h"
+#include "KXServerApi.h"
 #include "KXUtils.h"
 
 namespace kxapi {
@@ -77,7 +78,7 @@ int UsageError(const std::string& command, const std::string& message) {
 namespace {
 
 void Usage(std::ostream& out) {
-    out << "usage: kxapi [--config FILE] COMMAND [options]\n"
+    out << "usage: kxapi [--config FILE] COMMAND [options] | kxapi --version\n"
            "  --config FILE   the configuration store to use (else $KX_CONFIG_FILE or the\n"
            "                  per-user default)\n\ncommands:\n";
     for (const kxapi::Command& c : kxapi::Commands()) {
@@ -94,6 +95,10 @@ int main(int argc, char** argv) {
     if (words.size() >= 2 && words[0] == "--config") {
         setenv("KX_CONFIG_FILE", words[1].c_str(), 1);
         words.erase(words.begin(), words.begin() + 2);
+    }
+    if (!words.empty() && words[0] == "--version") {
+        std::cout << "kxapi " << KX_GetVersion() << "\n";
+        return 0;
     }
     if (words.empty() || words[0] == "--help" || words[0] == "-h" || words[0] == "help") {
         Usage(words.empty() ? std::cerr : std::cout);
@@ -126,6 +131,12 @@ int main(int argc, char** argv) {
     if (args.help()) {
         std::cout << "usage: kxapi " << found->name << " " << found->usage << "\n"
                   << found->summary << "\n";
+        if (const char* example = kxapi::ExampleOf(found->name))
+            std::cout << "example: " << example << "\n";
+        if (std::string(found->usage).find("password") != std::string::npos)
+            std::cout << "secrets: prefer --password-file F (first line), $KXAPI_PASSWORD, or the\n"
+                         "prompt without echo on a terminal; --password P is seen by ps and kept\n"
+                         "in the shell history (likewise --sign-pwd-file, $KXAPI_SIGN_PWD).\n";
         return 0;
     }
     if (!args.ok()) return kxapi::UsageError(found->name, args.error());
