@@ -63,7 +63,11 @@ TEST(CrashSafety, StoreWriterKilledAnywhereLeavesAWholeFile) {
     ASSERT_NE(MAP_FAILED, static_cast<void*>(done));
     *done = 0;
 
+#if defined(__SANITIZE_ADDRESS__)
+    const int kIterations = 40;  // a fork of an instrumented process is slow
+#else
     const int kIterations = 200;
+#endif
     int bad = 0;
     for (int i = 0; i < kIterations; ++i) {
         const pid_t writer = ::fork();
