@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <fstream>
 #include <string>
 
 #include <sched.h>
@@ -15,6 +16,7 @@
 
 #include "KXServerApi.h"
 #include "KXUtils.h"
+#include "LoopbackServer.h"
 #include "TempEnv.h"
 
 namespace {
@@ -102,6 +104,47 @@ TEST(CrashSafety, StoreWriterKilledAnywhereLeavesAWholeFile) {
     ASSERT_TRUE(env.set("S", "after", "3"));
     EXPECT_EQ(0, LeftoverTemporaries(env.dir()));
     EXPECT_EQ("1:3", Read("S", "after"));
+}
+
+// A download killed mid-way never touches the file it was to replace, and the
+// partial file it leaves goes with the next download to that target.
+TEST(CrashSafety, DownloadKilledMidwayLeavesNoPartialFile) {
+    TempEnv env;
+    kxtest::LoopbackServer server;
+    kxtest::Reply drip(200, std::string(2000, 'd'));
+    drip.fault = kxtest::Reply::Fault::Drip;
+    server.handle("/slow", [drip](const kxtest::RecordedRequest&) { return drip; });
+    server.setDefaultReply(kxtest::Reply(200, "new document"));
+    const std::string target = env.dir() + "/doc.pdf";
+    {
+        std::ofstream old(target);
+        old << "old document";
+    }
+    const std::string params = R"({"fileName":")" + target + "\"}";
+    auto partials = [&] {
+        int n = 0;
+        for (const auto& entry : std::filesystem::directory_iterator(env.dir()))
+            n += entry.path().filename().string().rfind("doc.pdf.part-", 0) == 0;
+        return n;
+    };
+
+    const pid_t child = ::fork();
+    ASSERT_LE(0, child);
+    if (child == 0) {
+        KXReqResult result;
+        CIWKHttp::Get(server.url("/slow"), params, "", &result, HTTP_REQ_DOWNLOAD, nullptr);
+        _exit(0);
+    }
+    for (int wait = 0; wait < 5000 && partials() == 0; ++wait) ::usleep(1000);
+    EXPECT_EQ(1, partials());  // the download is under way
+    ::kill(child, SIGKILL);
+    ::waitpid(child, nullptr, 0);
+    EXPECT_EQ("old document", ReadFileText(target));
+
+    KXReqResult result;
+    EXPECT_EQ(0, CIWKHttp::Get(server.url("/ok"), params, "", &result, HTTP_REQ_DOWNLOAD, nullptr));
+    EXPECT_EQ("new document", ReadFileText(target));
+    EXPECT_EQ(0, partials());
 }
 
 // The log on a full disk loses lines, never the caller's result.

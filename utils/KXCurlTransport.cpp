@@ -503,7 +503,8 @@ private:
     }
     bool Open() {
         if (!file_.ok() && tmpPath_.empty()) {
-            file_ = kxos::File::CreateBeside(target_, tmpPath_);
+            kxos::RemoveOrphanPartials(target_);
+            file_ = kxos::File::CreatePartial(target_, tmpPath_);
             if (!file_.ok()) tmpPath_.clear();
         }
         return file_.ok();

@@ -67,9 +67,11 @@ public:
     // For appending (each write lands at the end, also beside other
     // processes); created with `mode` when absent.
     static File OpenAppend(const std::string& path, unsigned mode);
-    // A new private file (0600) beside target, named target + ".tmpXXXXXX";
-    // its name goes to tmpPath.
-    static File CreateBeside(const std::string& target, std::string& tmpPath);
+    // A new private file (0600) for a download to target, named
+    // target + ".part-<process id>-XXXXXX" (the name goes to tmpPath), so
+    // that the partial file of a process that was killed can be told from
+    // one still being written.
+    static File CreatePartial(const std::string& target, std::string& tmpPath);
 
     bool ok() const { return handle_ != kNone; }
     // After a failed open: nothing exists at the path (any other failure is
@@ -108,6 +110,9 @@ bool ReplaceFile(const std::string& target, const std::string& content, unsigned
 // rename left beside it. Only for callers that hold the lock every writer of
 // target holds while it writes, so that no live writer's file is taken.
 void RemoveLeftoverTemporaries(const std::string& target);
+// Removes the partial downloads to target (CreatePartial) of processes that no
+// longer run: a download killed mid-way leaves nothing for long.
+void RemoveOrphanPartials(const std::string& target);
 
 enum class CreateResult { Created, Exists, Failed };
 // Creates path holding exactly data, only when nothing is there yet, with

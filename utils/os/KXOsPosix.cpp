@@ -13,6 +13,7 @@
 #include <linux/if_packet.h>
 #include <net/if.h>
 #include <pwd.h>
+#include <signal.h>
 #include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -169,8 +170,8 @@ File File::OpenAppend(const std::string& path, unsigned mode) {
     return File(fd, fd < 0 && errno == ENOENT);
 }
 
-File File::CreateBeside(const std::string& target, std::string& tmpPath) {
-    tmpPath = target + ".tmpXXXXXX";
+File File::CreatePartial(const std::string& target, std::string& tmpPath) {
+    tmpPath = target + ".part-" + std::to_string(::getpid()) + "-XXXXXX";
     const int fd = ::mkostemp(&tmpPath[0], O_CLOEXEC);
     return File(fd, fd < 0 && errno == ENOENT);
 }
@@ -253,6 +254,27 @@ void RemoveLeftoverTemporaries(const std::string& target) {
     while (const struct dirent* entry = ::readdir(dir)) {
         const std::string name = entry->d_name;
         if (name.size() == stem.size() + 6 && name.compare(0, stem.size(), stem) == 0)
+            ::unlinkat(::dirfd(dir), entry->d_name, 0);
+    }
+    ::closedir(dir);
+}
+
+void RemoveOrphanPartials(const std::string& target) {
+    DIR* dir = ::opendir(DirName(target).c_str());
+    if (dir == nullptr) return;
+    const size_t slash = target.rfind('/');
+    const std::string stem =
+        (slash == std::string::npos ? target : target.substr(slash + 1)) + ".part-";
+    while (const struct dirent* entry = ::readdir(dir)) {
+        const std::string name = entry->d_name;
+        if (name.compare(0, stem.size(), stem) != 0) continue;
+        // <stem><pid>-XXXXXX
+        const size_t dash = name.find('-', stem.size());
+        if (dash == std::string::npos || dash == stem.size() || name.size() != dash + 7) continue;
+        char* end = nullptr;
+        const long pid = std::strtol(name.c_str() + stem.size(), &end, 10);
+        if (end != name.c_str() + dash || pid <= 0) continue;
+        if (::kill(static_cast<pid_t>(pid), 0) != 0 && errno == ESRCH)
             ::unlinkat(::dirfd(dir), entry->d_name, 0);
     }
     ::closedir(dir);
