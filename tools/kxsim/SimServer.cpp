@@ -240,6 +240,33 @@ bool Sim::CheckInkwellHead(const httplib::Request& req, httplib::Response& res,
     return false;
 }
 
+std::string Match(const httplib::Request& req, size_t i) {
+    return i < req.matches.size() ? req.matches[i].str() : std::string();
+}
+
+std::string HtmlEscape(const std::string& text) {
+    std::string out;
+    for (char c : text) {
+        switch (c) {
+            case '<':
+                out += "&lt;";
+                break;
+            case '>':
+                out += "&gt;";
+                break;
+            case '&':
+                out += "&amp;";
+                break;
+            case '"':
+                out += "&quot;";
+                break;
+            default:
+                out += c;
+        }
+    }
+    return out;
+}
+
 void ReplyJson(httplib::Response& res, const Json::Value& body, int status) {
     res.status = status;
     res.set_content(kxjson::Write(body), "application/json");

@@ -117,6 +117,11 @@ struct TaskView {
 };
 void AddTask(const Sim& sim, Json::Value& state, const TaskView& task);
 
+// Capture group i of a route's pattern, empty when there is none.
+std::string Match(const httplib::Request& req, size_t i);
+// Text for an approval page: <, >, & and " as entities.
+std::string HtmlEscape(const std::string& text);
+
 // JSON replies.
 void ReplyJson(httplib::Response& res, const Json::Value& body, int status = 200);
 // {"code":code,"message":message,"data":data}

@@ -56,33 +56,6 @@ struct EncCert {
     kxpki::Cert cert;
 };
 
-std::string Match(const httplib::Request& req, size_t i) {
-    return i < req.matches.size() ? req.matches[i].str() : std::string();
-}
-
-std::string HtmlEscape(const std::string& text) {
-    std::string out;
-    for (char c : text) {
-        switch (c) {
-            case '<':
-                out += "&lt;";
-                break;
-            case '>':
-                out += "&gt;";
-                break;
-            case '&':
-                out += "&amp;";
-                break;
-            case '"':
-                out += "&quot;";
-                break;
-            default:
-                out += c;
-        }
-    }
-    return out;
-}
-
 std::string PublicKeyBase64(X509* cert) {
     unsigned char* der = nullptr;
     const int length = i2d_PUBKEY(X509_get0_pubkey(cert), &der);

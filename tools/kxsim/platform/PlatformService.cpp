@@ -161,33 +161,6 @@ std::string PublicKeyBase64(X509* cert) {
     return IWK_Base64Encode(out);
 }
 
-std::string Match(const httplib::Request& req, size_t i) {
-    return i < req.matches.size() ? req.matches[i].str() : std::string();
-}
-
-std::string HtmlEscape(const std::string& text) {
-    std::string out;
-    for (char c : text) {
-        switch (c) {
-            case '<':
-                out += "&lt;";
-                break;
-            case '>':
-                out += "&gt;";
-                break;
-            case '&':
-                out += "&amp;";
-                break;
-            case '"':
-                out += "&quot;";
-                break;
-            default:
-                out += c;
-        }
-    }
-    return out;
-}
-
 // A poll of a pending confirmation; with --auto-approve the few-th poll approves.
 void Poll(const Sim& sim, Confirmation& c) {
     if (c.status != "WAITING") return;
