@@ -14,12 +14,7 @@ namespace kxapi {
 
 namespace {
 
-const char kDefaultSection[] = "KXPlatform";
 const int kDone = 1;
-
-int OpenClient(const Args& args, CCorvaneApi& api) {
-    return OpenServer(api, args.get("section", kDefaultSection), "CCorvaneApi");
-}
 
 // Shows the task's url, then polls until status 1 (0 returned), another
 // decision (1 returned) or the time limit. poll returns the operation's code

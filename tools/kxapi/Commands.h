@@ -10,6 +10,8 @@
 
 #include "KXServerBase.h"
 
+class CCorvaneApi;
+
 namespace kxapi {
 
 // Options (--name value, or --flag) and positional words of one command line.
@@ -60,6 +62,9 @@ _init_Info_s ReadServer(const std::string& section);
 // Initialises client with the description of section. 0, or the exit status
 // after reporting the failure (and an incomplete section by name).
 int OpenServer(KXServerBase& client, const std::string& section, const std::string& clientName);
+// The platform client (also the BID service's) of --section, KXPlatform by
+// default, initialised; 0 or the exit status.
+int OpenClient(const Args& args, CCorvaneApi& api);
 
 // Shows where the user acts: the text, and unless draw is false its QR code
 // in Unicode half blocks (stderr).

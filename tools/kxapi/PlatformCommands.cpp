@@ -18,13 +18,7 @@ namespace kxapi {
 
 namespace {
 
-const char kDefaultSection[] = "KXPlatform";
 const long kSignTypePkcs1 = 0x10000;
-
-// The platform client of --section, initialised; 0 or the exit status.
-int OpenClient(const Args& args, CCorvaneApi& api) {
-    return OpenServer(api, args.get("section", kDefaultSection), "CCorvaneApi");
-}
 
 // Where the user confirms: the QR content, drawn and as text.
 void ShowQrContent(const std::string& what, const std::string& content) {

@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "Commands.h"
+#include "CorvaneApi.h"
 #include "KXAscii.h"
 #include "KXServerApi.h"
 #include "KXUtils.h"
@@ -31,6 +32,10 @@ int OpenServer(KXServerBase& client, const std::string& section, const std::stri
         std::cerr << "kxapi: section [" << section << "] holds no complete server description\n";
     }
     return Fail(clientName + "::Init (" + section + ")", code);
+}
+
+int OpenClient(const Args& args, CCorvaneApi& api) {
+    return OpenServer(api, args.get("section", "KXPlatform"), "CCorvaneApi");
 }
 
 bool ShowsProgress() {
