@@ -571,13 +571,23 @@ int main(int argc, char** argv) {
         ProfileLogLines(n);
         return 0;
     }
-    if (argc == 4 && std::string(argv[1]) == "--profile-cold") {
-        // Whole-process counts (server included): run once per side.
+    if (argc == 4 && (std::string(argv[1]) == "--profile-cold" ||
+                      std::string(argv[1]) == "--profile-warm")) {
+        // Whole-process counts (server and log writer included): run once per
+        // side. Cold calls each come from a new thread to the closing server.
+        const bool cold = std::string(argv[1]) == "--profile-cold";
+        const bool library = std::string(argv[2]) == "library";
         const int n = std::atoi(argv[3]);
-        Client client(g_coldServer);
+        Loopback* target = cold ? g_coldServer : g_server;
+        Client client(target);
+        RawPost warm(target);
         for (int i = 0; i < n; ++i) {
+            if (!cold) {
+                library ? client.Sign() : warm.Post();
+                continue;
+            }
             std::thread([&] {
-                if (std::string(argv[2]) == "library") {
+                if (library) {
                     client.Sign();
                 } else {
                     RawPost raw(g_coldServer);
@@ -585,6 +595,7 @@ int main(int argc, char** argv) {
                 }
             }).join();
         }
+        KX_FlushLog();
         return 0;
     }
 

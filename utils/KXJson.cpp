@@ -116,9 +116,12 @@ namespace kxjson {
 
 bool Parse(const std::string& text, Json::Value& root) {
     try {
-        Json::Reader reader;
+        // One reader per thread: a new one allocates its stacks on every reply.
+        // It reads the caller's text in place (the string form copies it), and
+        // comments are skipped, not kept: nothing writes them back.
+        thread_local Json::Reader reader;
         Json::Value parsed;
-        if (!reader.parse(text, parsed, true)) return false;
+        if (!reader.parse(text.data(), text.data() + text.size(), parsed, false)) return false;
         root.swap(parsed);
         return true;
     } catch (...) {
