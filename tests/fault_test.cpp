@@ -14,9 +14,11 @@
 
 #include "CloudCheckCert.h"
 #include "CorvaneApi.h"
+#include "ECertExpand.h"
 #include "FakeTransport.h"
 #include "InkwellApi.h"
 #include "KXPrintCtrl.h"
+#include "KXRecords.h"
 #include "KXSealOpenApi.h"
 #include "KXUtils.h"
 #include "LoopbackServer.h"
@@ -79,6 +81,38 @@ const std::vector<Client>& Clients() {
              api.Init(RecordAt(port));
              MakeCertData data;
              return api.MakeCert("CSR", "{}", data);
+         }},
+        {"BID GetBIDSealTask",
+         [](int port) {
+             CCorvaneApi api;
+             _init_Info_s info = RecordAt(port);
+             info.ServerIp += ":" + std::to_string(port);
+             api.Init(info);
+             std::string seals;
+             return api.GetBIDSealTask("acc-1", "", seals);
+         }},
+        {"certificate expand CheckServiceRequest",
+         [](int port) {
+             CECertExpand api;
+             _init_Info_s info = RecordAt(port);
+             info.ServerIp += ":" + std::to_string(port);
+             api.Init(info);
+             bool expired = false;
+             return api.CheckServiceRequest("U", expired);
+         }},
+        // The free functions take their server from the store.
+        {"seal list KX_GetSealListByCertSN",
+         [](int port) {
+             IWK_SetConfigByKey("KXSign", "serverUrl",
+                                ("https://127.0.0.1:" + std::to_string(port)).c_str());
+             std::vector<_seal_Info_s> seals;
+             return KX_GetSealListByCertSN("01AB", seals);
+         }},
+        {"records KX_UKeyEventUpload",
+         [](int port) {
+             IWK_SetConfigByKey("KXCertBase", "eventCallBackUrl",
+                                ("https://127.0.0.1:" + std::to_string(port) + "/event").c_str());
+             return KX_UKeyEventUpload("UK1", "01AB", "CN", 0);
          }},
     };
     return clients;
