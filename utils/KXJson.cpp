@@ -16,8 +16,13 @@ const Json::Value& NullValue() {
 void AppendQuoted(std::string& out, const char* text, size_t length) {
     static const char kHex[] = "0123456789abcdef";
     out += '"';
+    size_t plain = 0;  // start of the run of bytes that need no escape
     for (size_t i = 0; i < length; ++i) {
         const unsigned char c = static_cast<unsigned char>(text[i]);
+        if (c >= 0x20 && c != '"' && c != '\\') continue;
+        // Bodies are mostly Base64 and names: runs go out in one append.
+        out.append(text + plain, i - plain);
+        plain = i + 1;
         switch (c) {
             case '"':
                 out += "\\\"";
@@ -41,15 +46,12 @@ void AppendQuoted(std::string& out, const char* text, size_t length) {
                 out += "\\t";
                 break;
             default:
-                if (c < 0x20) {
-                    out += "\\u00";
-                    out += kHex[c >> 4];
-                    out += kHex[c & 0x0f];
-                } else {
-                    out += static_cast<char>(c);
-                }
+                out += "\\u00";
+                out += kHex[c >> 4];
+                out += kHex[c & 0x0f];
         }
     }
+    out.append(text + plain, length - plain);
     out += '"';
 }
 
