@@ -134,6 +134,7 @@ bool Parse(const std::string& text, Json::Value& root) {
 std::string Write(const Json::Value& value) {
     try {
         std::string out;
+        out.reserve(256);  // most bodies fit: no growing copy by copy
         AppendValue(out, value);
         out += '\n';
         return out;
