@@ -7,7 +7,9 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 runs=${1:-10000000}
 shift || true
-dir=build-fuzz
+# KX_FUZZ_DIR: another build folder, so that a rebuild never rewrites the
+# libraries under a campaign that is still running.
+dir=${KX_FUZZ_DIR:-build-fuzz}
 CXX=clang++ cmake -S . -B "$dir" -DKX_BUILD_FUZZ=ON -DKX_BUILD_TESTS=OFF -DKX_BUILD_BENCH=OFF >/dev/null
 targets=("$@")
 if [ ${#targets[@]} -eq 0 ]; then

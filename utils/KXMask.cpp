@@ -55,6 +55,8 @@ struct KeyIndex {
 
     KeyIndex() {
         for (const char* key : kSecretKeys) {
+            const unsigned h = TripleHash(key[0], key[1], key[2]);
+            triples[h >> 6] |= uint64_t(1) << (h & 63);
             const unsigned char first = static_cast<unsigned char>(kxascii::Lower(key[0]));
             byLetter[first][count[first]++] = Key{key, std::char_traits<char>::length(key)};
             for (const char a : {kxascii::Lower(key[0]), kxascii::Upper(key[0])}) {
@@ -66,9 +68,24 @@ struct KeyIndex {
             }
         }
     }
+    // Whether any key may start with three bytes, by a hash of them folded to
+    // lower case: Base64 text meets a key's first pair every few hundred
+    // bytes, and its third byte then rules the key out at once.
+    uint64_t triples[64] = {};
+
+    static unsigned TripleHash(char a, char b, char c) {
+        return (static_cast<unsigned char>(kxascii::Lower(a)) * 961u +
+                static_cast<unsigned char>(kxascii::Lower(b)) * 31u +
+                static_cast<unsigned char>(kxascii::Lower(c))) &
+               4095u;
+    }
     bool MayStartKey(char first, char second) const {
         const unsigned char b = static_cast<unsigned char>(second);
         return (pairs[static_cast<unsigned char>(first)][b >> 6] >> (b & 63)) & 1;
+    }
+    bool MayStartKey(char first, char second, char third) const {
+        const unsigned h = TripleHash(first, second, third);
+        return (triples[h >> 6] >> (h & 63)) & 1;
     }
 };
 
@@ -171,8 +188,8 @@ void MaskKeys(const std::string& s, std::string& out) {
     size_t copied = 0;
     size_t i = 0;
     // Every key is longer than two bytes.
-    while (i + 1 < s.size()) {
-        if (!keys.MayStartKey(s[i], s[i + 1])) {
+    while (i + 2 < s.size()) {
+        if (!keys.MayStartKey(s[i], s[i + 1]) || !keys.MayStartKey(s[i], s[i + 1], s[i + 2])) {
             ++i;
             continue;
         }
