@@ -20,6 +20,20 @@ std::string HexDigest(const std::string& text) {
     return IWK_CharToHex(IWK_Digest(text, KX_HASH_MD5));
 }
 
+// The md5 field of signing calls: the same for every call of a session, so
+// each thread keeps the last one rather than hashing again.
+const std::string& SessionDigest(const std::string& equipId, const std::string& token) {
+    thread_local std::string input;
+    thread_local std::string digest;
+    if (digest.empty() || input.size() != equipId.size() + token.size() ||
+        input.compare(0, equipId.size(), equipId) != 0 ||
+        input.compare(equipId.size(), std::string::npos, token) != 0) {
+        input = equipId + token;
+        digest = HexDigest(input);
+    }
+    return digest;
+}
+
 }  // namespace
 
 CKXSealOpenApi::CKXSealOpenApi() : iLoginType(0), iServerFlag(0), bIsLogin(0) {}
@@ -249,7 +263,7 @@ long CKXSealOpenApi::SignHash(const char* originalB64, const char* signPwd,
         Json::Value request(Json::objectValue);
         request["token"] = strToken;
         request["equipId"] = strEquipId;
-        request["md5"] = HexDigest(strEquipId + strToken);
+        request["md5"] = SessionDigest(strEquipId, strToken);
         request["hash"] = originalB64;
         request["signPwd"] = signPwd;
         call.ReadWith([&](const std::string& text) { return OnSignHash(text, signValueB64); });
@@ -280,7 +294,7 @@ long CKXSealOpenApi::ReportSignResult(const char* timestamp, const char* docName
         call.UrlAt(strSaveSignLogUrl, strHost, strPort);
         Json::Value request(Json::objectValue);
         request["token"] = strToken;
-        request["md5"] = HexDigest(strEquipId + strToken);
+        request["md5"] = SessionDigest(strEquipId, strToken);
         request["equipId"] = strEquipId;
         request["timestamp"] = timestamp;
         request["docName"] = docName;
