@@ -50,6 +50,9 @@ struct KeyIndex {
     };
     Key byLetter[256][kKeyCount] = {};
     size_t count[256] = {};
+    // Whether any key starts with this byte, in any case: the one test most
+    // bytes meet.
+    bool startsKey[256] = {};
     // Whether any key starts with this pair of bytes, in any case: 8 KB.
     uint64_t pairs[256][4] = {};
 
@@ -60,6 +63,7 @@ struct KeyIndex {
             const unsigned char first = static_cast<unsigned char>(kxascii::Lower(key[0]));
             byLetter[first][count[first]++] = Key{key, std::char_traits<char>::length(key)};
             for (const char a : {kxascii::Lower(key[0]), kxascii::Upper(key[0])}) {
+                startsKey[static_cast<unsigned char>(a)] = true;
                 for (const char b : {kxascii::Lower(key[1]), kxascii::Upper(key[1])}) {
                     const unsigned char second = static_cast<unsigned char>(b);
                     pairs[static_cast<unsigned char>(a)][second >> 6] |= uint64_t(1)
@@ -187,9 +191,13 @@ void MaskKeys(const std::string& s, std::string& out) {
     out.reserve(out.size() + s.size());
     size_t copied = 0;
     size_t i = 0;
+    const char* const text = s.data();
+    const size_t size = s.size();
     // Every key is longer than two bytes.
-    while (i + 2 < s.size()) {
-        if (!keys.MayStartKey(s[i], s[i + 1]) || !keys.MayStartKey(s[i], s[i + 1], s[i + 2])) {
+    while (i + 2 < size) {
+        if (!keys.startsKey[static_cast<unsigned char>(text[i])] ||
+            !keys.MayStartKey(text[i], text[i + 1]) ||
+            !keys.MayStartKey(text[i], text[i + 1], text[i + 2])) {
             ++i;
             continue;
         }
