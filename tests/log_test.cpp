@@ -201,6 +201,8 @@ TEST(Mask, LogText) {
         {"/x?user=bob&password=hunter2&next=1", "/x?user=bob&password=******&next=1"},
         {"GET /x?a=1&secret=abc123", "GET /x?a=1&secret=******"},
         {"PassWD=p1 pwd='p 2' x", "PassWD=****** pwd='******' x"},
+        // A key in capitals, and one that ends the text with a one-byte value.
+        {"SIGNPWD=7&pwd=1", "SIGNPWD=******&pwd=******"},
         {R"({"signPwd":"123456","a":1})", R"({"signPwd":"******","a":1})"},
         {R"({"signPwd" : "1 \"2", "n":{"appSecret":42}})",
          R"({"signPwd" : "******", "n":{"appSecret":******}})"},
