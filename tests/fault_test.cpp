@@ -39,6 +39,13 @@ _init_Info_s RecordAt(int port, int serType = 3) {
     return info;
 }
 
+// For the clients whose URL puts the record's host and port together.
+_init_Info_s HostPortRecordAt(int port) {
+    _init_Info_s info = RecordAt(port);
+    info.ServerIp += ":" + std::to_string(port);
+    return info;
+}
+
 // One operation of each client, against the server at port.
 struct Client {
     const char* name;
@@ -56,9 +63,7 @@ const std::vector<Client>& Clients() {
         {"platform GetIdentityInfo",
          [](int port) {
              CCorvaneApi api;
-             _init_Info_s info = RecordAt(port);
-             info.ServerIp += ":" + std::to_string(port);  // the platform's host names its port
-             api.Init(info);
+             api.Init(HostPortRecordAt(port));
              std::string code;
              return api.GetIdentityInfo("acc-1", code);
          }},
@@ -85,18 +90,14 @@ const std::vector<Client>& Clients() {
         {"BID GetBIDSealTask",
          [](int port) {
              CCorvaneApi api;
-             _init_Info_s info = RecordAt(port);
-             info.ServerIp += ":" + std::to_string(port);
-             api.Init(info);
+             api.Init(HostPortRecordAt(port));
              std::string seals;
              return api.GetBIDSealTask("acc-1", "", seals);
          }},
         {"certificate expand CheckServiceRequest",
          [](int port) {
              CECertExpand api;
-             _init_Info_s info = RecordAt(port);
-             info.ServerIp += ":" + std::to_string(port);
-             api.Init(info);
+             api.Init(HostPortRecordAt(port));
              bool expired = false;
              return api.CheckServiceRequest("U", expired);
          }},
