@@ -571,8 +571,8 @@ int main(int argc, char** argv) {
         ProfileLogLines(n);
         return 0;
     }
-    if (argc == 4 && (std::string(argv[1]) == "--profile-cold" ||
-                      std::string(argv[1]) == "--profile-warm")) {
+    if (argc == 4 &&
+        (std::string(argv[1]) == "--profile-cold" || std::string(argv[1]) == "--profile-warm")) {
         // Whole-process counts (server and log writer included): run once per
         // side. Cold calls each come from a new thread to the closing server.
         const bool cold = std::string(argv[1]) == "--profile-cold";
