@@ -1,6 +1,8 @@
 // Any bytes as the reply of a BID poll or seal call: the writers of results
 // (file signatures by position, login with its user data, decrypt and
-// encrypt results, seals) must end in a code, never crash or throw.
+// encrypt results, seals) must end in a code, never crash or throw. The first
+// byte of an input picks the operation ('0' to '9'), the rest is the reply:
+// mutations then stay with one writer, and each run costs one call.
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -38,37 +40,70 @@ CCorvaneApi& Api() {
     return *api;
 }
 
+// The operations whose results are written from the reply, by first byte.
+const std::vector<void (*)(CCorvaneApi&)>& Operations() {
+    static const std::vector<void (*)(CCorvaneApi&)> operations = {
+        [](CCorvaneApi& api) {
+            std::vector<KXReceiveData> files(2);
+            files[0].signHash = "aGFzaA==";
+            int status = 0;
+            api.QueryBIDFileSignResultTask("t", "tok", files, status, 1);
+        },
+        [](CCorvaneApi& api) {
+            std::string ouid, org, enc, cert, token, orgName, key, raw, userInfo;
+            int status = 0;
+            api.QueryBIDLoginResultTask("t", ouid, org, status, enc, cert, token, orgName, key, raw,
+                                        userInfo, 0);
+        },
+        [](CCorvaneApi& api) {
+            std::vector<KXReceiveData> envelopes(2);
+            envelopes[1].digitalEnvelopeB64 = "ZW52";
+            int status = 0;
+            api.QueryBIDDecryptResultTask("t", "tok", status, envelopes);
+        },
+        [](CCorvaneApi& api) {
+            std::vector<KXReceiveData> items(3);
+            int status = 0;
+            api.QueryBIDEncryptResultTask("t", status, items);
+        },
+        [](CCorvaneApi& api) {
+            std::string authCode;
+            int status = 0;
+            api.QueryBIDAuthInfoResultTask("t", "tok", status, authCode);
+        },
+        [](CCorvaneApi& api) {
+            std::string signature;
+            api.GetBIDSignDataTask("tok", "code", "text", signature, "0", "");
+        },
+        [](CCorvaneApi& api) {
+            std::string certB64;
+            bool verified = false;
+            api.GetBIDVerifyResultTask("tok", "text", "sig", certB64, verified);
+        },
+        [](CCorvaneApi& api) {
+            std::string seals;
+            api.GetBIDSealTask("acc", "org", seals);
+        },
+        [](CCorvaneApi& api) {
+            std::vector<_seal_Info_s> list;
+            api.GetBIDSealByAuthCodeTask("tok", "code", 0, list);
+        },
+        [](CCorvaneApi& api) {
+            std::vector<_seal_Info_s> list;
+            api.GetBIDSealByOrgIdTask("tok", "acc", "org", 0, list);
+        },
+    };
+    return operations;
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    if (size == 0) return 0;
     static ReplayTransport transport;
     IWK_SetTransport(&transport);
-    transport.body.assign(reinterpret_cast<const char*>(data), size);
-    CCorvaneApi& api = Api();
-    int status = 0;
-
-    std::vector<KXReceiveData> files(2);
-    files[0].signHash = "aGFzaA==";
-    api.QueryBIDFileSignResultTask("t", "tok", files, status, 1);
-
-    std::string ouid, org, enc, cert, token, orgName, key, raw, userInfo;
-    api.QueryBIDLoginResultTask("t", ouid, org, status, enc, cert, token, orgName, key, raw,
-                                userInfo, 0);
-
-    std::vector<KXReceiveData> envelopes(2);
-    envelopes[1].digitalEnvelopeB64 = "ZW52";
-    api.QueryBIDDecryptResultTask("t", "tok", status, envelopes);
-    std::vector<KXReceiveData> items(3);
-    api.QueryBIDEncryptResultTask("t", status, items);
-
-    std::string authCode, signature, certB64, seals;
-    bool verified = false;
-    api.QueryBIDAuthInfoResultTask("t", "tok", status, authCode);
-    api.GetBIDSignDataTask("tok", "code", "text", signature, "0", "");
-    api.GetBIDVerifyResultTask("tok", "text", "sig", certB64, verified);
-    api.GetBIDSealTask("acc", "org", seals);
-    std::vector<_seal_Info_s> list;
-    api.GetBIDSealByAuthCodeTask("tok", "code", 0, list);
-    api.GetBIDSealByOrgIdTask("tok", "acc", "org", 0, list);
+    transport.body.assign(reinterpret_cast<const char*>(data) + 1, size - 1);
+    const auto& operations = Operations();
+    operations[static_cast<unsigned char>(data[0] - '0') % operations.size()](Api());
     return 0;
 }
