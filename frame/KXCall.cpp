@@ -162,10 +162,12 @@ bool KXCall::Download(std::string params) {
 bool KXCall::Send(HTTPFuncType verb, HTTPContentType type, std::string body) {
     if (lRes != KX_OK) return false;
     const std::string head = MakeHead(verb, body);
-    // A token that no head can carry (a line break in it) would go out as a
-    // request without one: refused instead. An empty token has no head.
-    if (head_ == KXHead::Token && head.empty() && !headValue_.empty())
-        return Refuse(KX_ERR_INVALID_VALUE);
+    // A head that cannot be made (a line break in the project id or the
+    // token, a MAC that failed) would let the request go out without one:
+    // refused instead. An empty token has no head.
+    const bool headWanted = head_ == KXHead::Signature || head_ == KXHead::Legacy ||
+                            (head_ == KXHead::Token && !headValue_.empty());
+    if (headWanted && head.empty()) return Refuse(KX_ERR_INVALID_VALUE);
     // An upload's path goes down even when empty: the layer refuses it then.
     const char* file = type == HTTP_CONTENT_MULTIPART ? filePath_.c_str() : nullptr;
     switch (verb) {

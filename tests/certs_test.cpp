@@ -278,6 +278,10 @@ TEST_F(CertExpandTest, FailuresLeaveOutParametersAlone) {
     EXPECT_EQ(10001, changed.GetDoubleCertRequest(1, enc, sign, sn, auth, status));
     changed.strFinishCertUrl = "https://%n";
     EXPECT_EQ(10001, changed.UploadFinish(1, 2, "E", "S", "U"));
+    // A project id that no signature head can carry: refused, never sent unsigned.
+    CECertExpand unsignable(client);
+    unsignable.m_stInitInfo.ProjectID = "p\r\nX-A: 1";
+    EXPECT_EQ(10001, unsignable.CheckServiceRequest("U", expired));
     EXPECT_EQ(sent, fake.requestCount());
     EXPECT_EQ(before, outs());
     changed.strDoubleCertRequestUrl = "https://%s/a%%2Fb";
@@ -362,6 +366,10 @@ TEST_F(InkwellApiTest, MakeCertRequestAndFields) {
     ASSERT_EQ(0, client.Init(info));
     for (const char* bad : {"not json", "[1]", "\"text\"", ""})
         EXPECT_EQ(10001, client.MakeCert("CSR", bad, data)) << bad;
+    // Nor does a legacy request go out without its head.
+    CInkwellApi unsignable(client);
+    unsignable.m_stInitInfo.ProjectID = "p\nX-A: 1";
+    EXPECT_EQ(10001, unsignable.MakeCert("CSR", "{}", data));
     EXPECT_EQ(0u, fake.requestCount());
     EXPECT_EQ(3, data.errCode);
 
